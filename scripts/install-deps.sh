@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 Kavro developers
+# SPDX-License-Identifier: MIT
+# Installs the Debian packages needed to build and test Kavro. Idempotent:
+# prints nothing and installs nothing when every package is present.
+set -euo pipefail
+
+packages=(
+    cmake
+    ninja-build
+    g++
+    make
+    pkg-config
+    clang-format
+    qt6-base-dev        # Core, Network, Gui, Widgets, Sql, Test
+    qt6-tools-dev       # CMake support for translations
+    qt6-l10n-tools      # lrelease, lupdate
+    qt6-qpa-plugins     # offscreen platform for widget tests
+    libqt6sql6-sqlite   # the reference server's database driver
+    zlib1g-dev
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
+    [ "$status" = "installed" ] || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "install-deps: run as root to install: ${missing[*]}" >&2; exit 1; }
+    sudo="sudo"
+fi
+echo "install-deps: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,141 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include <kavro/kavrourl.h>
+
+#include <QTest>
+
+using Kavro::KavroUrl;
+
+class tst_KavroUrl : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void parse_data();
+    void parse();
+    void build_data();
+    void build();
+    void conversions();
+};
+
+void tst_KavroUrl::parse_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("isKavro");
+    QTest::addColumn<bool>("hasFileId");
+    QTest::addColumn<QString>("guid");
+    QTest::addColumn<uint>("fileId");
+    QTest::addColumn<bool>("isLocal");
+    QTest::addColumn<QString>("printed");
+
+    QTest::newRow("group and file") << QStringLiteral("kavro:///G/5") << true << true << QStringLiteral("G") << 5u
+                                    << false << QStringLiteral("kavro:///G/5");
+    QTest::newRow("group only") << QStringLiteral("kavro:///G") << true << false << QStringLiteral("G") << 0u << false
+                                << QStringLiteral("kavro:///G");
+    QTest::newRow("empty parts dropped") << QStringLiteral("kavro://///G//5/") << true << true << QStringLiteral("G")
+                                         << 5u << false << QStringLiteral("kavro://///G//5/");
+    QTest::newRow("three parts have no file id")
+        << QStringLiteral("kavro:///G/5/7") << true << false << QStringLiteral("G") << 5u << false
+        << QStringLiteral("kavro:///G/5/7");
+    QTest::newRow("file id not a number") << QStringLiteral("kavro:///G/five") << true << true << QStringLiteral("G")
+                                          << 0u << false << QStringLiteral("kavro:///G/five");
+    QTest::newRow("file id overflows") << QStringLiteral("kavro:///G/4294967296") << true << true << QStringLiteral("G")
+                                       << 0u << false << QStringLiteral("kavro:///G/4294967296");
+    QTest::newRow("largest file id") << QStringLiteral("kavro:///G/4294967295") << true << true << QStringLiteral("G")
+                                     << 4294967295u << false << QStringLiteral("kavro:///G/4294967295");
+    // Schemes are case-insensitive: the parser lowers them.
+    QTest::newRow("upper-case scheme") << QStringLiteral("KAVRO:///G/5") << true << true << QStringLiteral("G") << 5u
+                                       << false << QStringLiteral("kavro:///G/5");
+    QTest::newRow("empty path") << QStringLiteral("kavro:") << false << false << QString() << 0u << false
+                                << QStringLiteral("kavro:");
+    QTest::newRow("slashes only") << QStringLiteral("kavro:///") << false << false << QString() << 0u << false
+                                  << QStringLiteral("kavro:///");
+    QTest::newRow("other scheme still has parts")
+        << QStringLiteral("http://host/G/5") << false << true << QStringLiteral("G") << 5u << false
+        << QStringLiteral("http://host/G/5");
+    QTest::newRow("drive after two slashes repaired")
+        << QStringLiteral("file://C:/data/a.txt") << false << false << QStringLiteral("C:") << 0u << true
+        << QStringLiteral("file:///C:/data/a.txt");
+    QTest::newRow("lower-case drive repaired")
+        << QStringLiteral("file://d:/a.txt") << false << true << QStringLiteral("d:") << 0u << true
+        << QStringLiteral("file:///d:/a.txt");
+    QTest::newRow("three slashes unchanged")
+        << QStringLiteral("file:///C:/data/a.txt") << false << false << QStringLiteral("C:") << 0u << true
+        << QStringLiteral("file:///C:/data/a.txt");
+    QTest::newRow("host without drive unchanged")
+        << QStringLiteral("file://server/share/a.txt") << false << true << QStringLiteral("share") << 0u << true
+        << QStringLiteral("file://server/share/a.txt");
+    QTest::newRow("repair needs it at the start")
+        << QStringLiteral("x-file://C:/a") << false << false << QStringLiteral("a") << 0u << false
+        << QStringLiteral("x-file://c/a");
+    QTest::newRow("every occurrence repaired")
+        << QStringLiteral("file://C:/a?next=file://D:/b") << false << true << QStringLiteral("C:") << 0u << true
+        << QStringLiteral("file:///C:/a?next=file:///D:/b");
+}
+
+void tst_KavroUrl::parse()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, isKavro);
+    QFETCH(bool, hasFileId);
+    QFETCH(QString, guid);
+    QFETCH(uint, fileId);
+    QFETCH(bool, isLocal);
+    QFETCH(QString, printed);
+
+    const KavroUrl url(text);
+    QCOMPARE(url.isKavroUrl(), isKavro);
+    QCOMPARE(url.hasKavroFileId(), hasFileId);
+    QCOMPARE(url.toKavroGuid(), guid);
+    QCOMPARE(url.toKavroFileId(), fileId);
+    QCOMPARE(url.isLocalFile(), isLocal);
+    QCOMPARE(url.toString(), printed);
+}
+
+void tst_KavroUrl::build_data()
+{
+    QTest::addColumn<QString>("guid");
+    QTest::addColumn<uint>("fileId"); // 0: the group's URL
+    QTest::addColumn<QString>("printed");
+
+    QTest::newRow("group") << QStringLiteral("G") << 0u << QStringLiteral("kavro:///G");
+    QTest::newRow("file") << QStringLiteral("G") << 5u << QStringLiteral("kavro:///G/5");
+    QTest::newRow("guid") << QStringLiteral("3f2504e0-4f89-11d3-9a0c-0305e82c3301") << 4294967295u
+                          << QStringLiteral("kavro:///3f2504e0-4f89-11d3-9a0c-0305e82c3301/4294967295");
+    QTest::newRow("reserved characters stay in the path")
+        << QStringLiteral("a?b#c") << 2u << QStringLiteral("kavro:///a%3Fb%23c/2");
+}
+
+void tst_KavroUrl::build()
+{
+    QFETCH(QString, guid);
+    QFETCH(uint, fileId);
+    QFETCH(QString, printed);
+
+    const KavroUrl url(fileId ? KavroUrl::fromKavroIds(guid, fileId) : KavroUrl::fromKavroGuid(guid));
+    QCOMPARE(url.toString(), printed);
+    QVERIFY(url.isKavroUrl());
+    QCOMPARE(url.hasKavroFileId(), fileId != 0);
+    QCOMPARE(url.toKavroGuid(), guid);
+    QCOMPARE(url.toKavroFileId(), fileId);
+    // The printed form reads back to the same parts.
+    const KavroUrl reread(url.toString());
+    QCOMPARE(reread.toKavroGuid(), guid);
+    QCOMPARE(reread.toKavroFileId(), fileId);
+}
+
+void tst_KavroUrl::conversions()
+{
+    QCOMPARE(KavroUrl::kavroScheme(), QStringLiteral("kavro"));
+    QVERIFY(!KavroUrl().isKavroUrl());
+
+    KavroUrl url(QUrl(QStringLiteral("kavro:///G/5")));
+    QCOMPARE(url.toKavroFileId(), 5u);
+    url = QUrl(QStringLiteral("file:///tmp/a"));
+    QVERIFY(url.isLocalFile());
+    const QUrl asQUrl = url;
+    QCOMPARE(asQUrl, QUrl::fromLocalFile(QStringLiteral("/tmp/a")));
+}
+
+QTEST_GUILESS_MAIN(tst_KavroUrl)
+#include "tst_kavrourl.moc"

@@ -1,0 +1,175 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "errorhandler_p.h"
+#include "filetypemanager_p.h"
+#include "settings_p.h"
+#include "temporarysettings.h"
+#include "tracecapture.h"
+
+#include <QTest>
+
+using namespace Kavro;
+
+class tst_FileTypeManager : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Runs first, while no instance exists.
+    void lookupsBeforeInstance();
+    void listFromSettings_data();
+    void listFromSettings();
+    void instanceReadsConfiguration();
+    void indexLookups_data();
+    void indexLookups();
+    void text_data();
+    void text();
+    void copyAndAssignment();
+
+private:
+    static QVector<FileType> allListedTypes();
+};
+
+QVector<FileType> tst_FileTypeManager::allListedTypes()
+{
+    QVector<FileType> types;
+    for (int value = FileTypeTransmissionSystemXml; value <= FileTypeTechnicalParameters; ++value) {
+        if (value != FileTypePck)
+            types.append(static_cast<FileType>(value));
+    }
+    return types;
+}
+
+void tst_FileTypeManager::lookupsBeforeInstance()
+{
+    QCOMPARE(FileTypeManager::GetType(0), FileTypeUnknown);
+    QCOMPARE(FileTypeManager::GetTextByIndex(0), QStringLiteral("Unknown"));
+}
+
+void tst_FileTypeManager::listFromSettings_data()
+{
+    QTest::addColumn<QByteArray>("ini");
+    QTest::addColumn<QVector<FileType>>("expected");
+
+    QVector<FileType> withoutImage = allListedTypes();
+    withoutImage.removeOne(FileTypeImage);
+
+    QTest::newRow("no configuration lists nineteen") << QByteArray() << allListedTypes();
+    QTest::newRow("explicit true changes nothing") << QByteArray("[KAVRO]\nType_Image=true\n") << allListedTypes();
+    QTest::newRow("image switched off") << QByteArray("[KAVRO]\nType_Image=false\n") << withoutImage;
+    QTest::newRow("switch in another section is ignored")
+        << QByteArray("[ADMIN]\nType_Image=false\n") << allListedTypes();
+    QTest::newRow("no switch can list PCK or Unknown")
+        << QByteArray("[KAVRO]\nType_PCK=true\nType_PCKFile=true\nType_Unknown=true\n") << allListedTypes();
+    QTest::newRow("the key of 12 is not named after its text") << QByteArray(
+        "[KAVRO]\nType_MissionPlanningTool=0\nType_TransmissionSystem_XML=false\nType_TechnicalParameters=false\n")
+                                                               << QVector<FileType>{FileTypeTransmissionSystemText,
+                                                                                    FileTypeTransmissionSystemBinary,
+                                                                                    FileTypeTransmissionSystemZ2Xml,
+                                                                                    FileTypeDecodedTextXml,
+                                                                                    FileTypeDecodedTextText,
+                                                                                    FileTypeDecodedTextZ2Xml,
+                                                                                    FileTypeScanRecording,
+                                                                                    FileTypeIfRecording,
+                                                                                    FileTypeAudioRecording,
+                                                                                    FileTypeImage,
+                                                                                    FileTypeCommunicationNetworkDiagram,
+                                                                                    FileTypeReportReferences,
+                                                                                    FileTypeOrdanResults,
+                                                                                    FileTypeRad,
+                                                                                    FileTypeReportFragment,
+                                                                                    FileTypeRovecIqRecording};
+}
+
+void tst_FileTypeManager::listFromSettings()
+{
+    QFETCH(QByteArray, ini);
+    QFETCH(QVector<FileType>, expected);
+
+    const TemporarySettings file(ini);
+    QCOMPARE(readListedFileTypes(Settings(Settings::kavroSection(), file.path())), expected);
+}
+
+void tst_FileTypeManager::instanceReadsConfiguration()
+{
+    const TemporarySettings file("[KAVRO]\nType_Image=false\nTraceMask=0x40\n", true);
+    ErrorHandler::instance().setTraceMask(ErrorHandler::TraceInfo);
+    const TraceCapture capture;
+
+    FileTypeManager *manager = FileTypeManager::Instance();
+    QVERIFY(manager);
+    QCOMPARE(FileTypeManager::Instance(), manager);
+    QCOMPARE(manager->GetCount(), 18);
+    QVERIFY(!manager->GetTypes().contains(FileTypeImage));
+    QCOMPARE(capture.texts(),
+             QStringList({QStringLiteral("FileTypeManager::FileTypeManager: Start"),
+                          QStringLiteral("FileTypeManager::FileTypeManager: End")}));
+}
+
+void tst_FileTypeManager::indexLookups_data()
+{
+    QTest::addColumn<int>("index");
+    QTest::addColumn<FileType>("type");
+    QTest::addColumn<QString>("text");
+
+    // The instance lists eighteen types: Image (11) is switched off.
+    QTest::newRow("first") << 0 << FileTypeTransmissionSystemXml << QStringLiteral("Transmission System (XML)");
+    QTest::newRow("index 10 skips Image")
+        << 10 << FileTypeMissionPlanningTool << QStringLiteral("Propagation Calculation Tool");
+    QTest::newRow("index 14 skips PCK") << 14 << FileTypeRad << QStringLiteral("RAD File");
+    QTest::newRow("last") << 17 << FileTypeTechnicalParameters << QStringLiteral("Technical Parameters");
+    QTest::newRow("count is out of range") << 18 << FileTypeUnknown << QStringLiteral("Unknown");
+    QTest::newRow("negative") << -1 << FileTypeUnknown << QStringLiteral("Unknown");
+}
+
+void tst_FileTypeManager::indexLookups()
+{
+    QFETCH(int, index);
+    QFETCH(FileType, type);
+    QFETCH(QString, text);
+
+    QCOMPARE(FileTypeManager::GetType(index), type);
+    QCOMPARE(FileTypeManager::GetTextByIndex(index), text);
+}
+
+void tst_FileTypeManager::text_data()
+{
+    QTest::addColumn<int>("value");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("unknown") << 0 << QStringLiteral("Unknown");
+    QTest::newRow("PCK has a text though never listed") << 16 << QStringLiteral("PCK File");
+    QTest::newRow("last valid") << 20 << QStringLiteral("Technical Parameters");
+    QTest::newRow("past the end") << 21 << QStringLiteral("Invalid file type");
+    QTest::newRow("negative") << -1 << QStringLiteral("Invalid file type");
+    QTest::newRow("far out") << 30 << QStringLiteral("Invalid file type");
+}
+
+void tst_FileTypeManager::text()
+{
+    QFETCH(int, value);
+    QFETCH(QString, text);
+
+    QCOMPARE(FileTypeManager::GetText(static_cast<FileType>(value)), text);
+}
+
+void tst_FileTypeManager::copyAndAssignment()
+{
+    FileTypeManager copy(*FileTypeManager::Instance());
+    QCOMPARE(copy.GetTypes(), FileTypeManager::Instance()->GetTypes());
+
+    ErrorHandler::instance().setTraceMask(ErrorHandler::TraceInfo);
+    const TraceCapture capture;
+    {
+        FileTypeManager assigned(copy);
+        assigned = *FileTypeManager::Instance();
+        QCOMPARE(assigned.GetCount(), 18);
+    }
+    QCOMPARE(capture.texts(),
+             QStringList({QStringLiteral("FileTypeManager::~FileTypeManager: Start"),
+                          QStringLiteral("FileTypeManager::~FileTypeManager: End")}));
+    QCOMPARE(FileTypeManager::Instance()->GetCount(), 18);
+}
+
+QTEST_GUILESS_MAIN(tst_FileTypeManager)
+#include "tst_filetypemanager.moc"

@@ -1,0 +1,43 @@
+# SPDX-FileCopyrightText: 2026 Kavro developers
+# SPDX-License-Identifier: MIT
+# Script mode: install, then build and run the consumer project two ways.
+
+function(run)
+    execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    if(NOT result EQUAL 0)
+        string(REPLACE ";" " " command "${ARGV}")
+        message(FATAL_ERROR "Failed (${result}): ${command}\n${output}")
+    endif()
+    set(last_output "${output}" PARENT_SCOPE)
+endfunction()
+
+set(prefix "${WORK_DIR}/prefix")
+file(REMOVE_RECURSE "${WORK_DIR}")
+run(${CMAKE_COMMAND} --install "${KAVRO_BUILD_DIR}" --prefix "${prefix}")
+
+set(flags "")
+if(SANITIZE)
+    list(JOIN SANITIZE "," sanitizers)
+    set(flags "-fsanitize=${sanitizers}")
+endif()
+
+# find_package(KavroClient)
+run(${CMAKE_COMMAND} -S "${CONSUMER_SOURCE_DIR}" -B "${WORK_DIR}/cmake-build" -G "${GENERATOR}"
+    "-DCMAKE_PREFIX_PATH=${prefix}" "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" "-DCMAKE_CXX_FLAGS=${flags}")
+run(${CMAKE_COMMAND} --build "${WORK_DIR}/cmake-build")
+run("${WORK_DIR}/cmake-build/consumer")
+message(STATUS "find_package consumer: ${last_output}")
+
+# pkg-config
+find_program(PKG_CONFIG pkg-config REQUIRED)
+file(GLOB_RECURSE pc_file "${prefix}/*/kavroclient.pc")
+get_filename_component(pc_dir "${pc_file}" DIRECTORY)
+set(ENV{PKG_CONFIG_PATH} "${pc_dir}")
+run(${PKG_CONFIG} --cflags --libs kavroclient)
+string(STRIP "${last_output}" pkg_flags)
+separate_arguments(pkg_flags UNIX_COMMAND "${pkg_flags}")
+get_filename_component(lib_dir "${pc_dir}" DIRECTORY)
+run(${CXX_COMPILER} -std=c++17 -fPIC ${flags} "${CONSUMER_SOURCE_DIR}/main.cpp" ${pkg_flags}
+    "-Wl,-rpath,${lib_dir}" -o "${WORK_DIR}/pkgconfig-consumer")
+run("${WORK_DIR}/pkgconfig-consumer")
+message(STATUS "pkg-config consumer: ${last_output}")

@@ -1,0 +1,146 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "errorhandler_p.h"
+#include "temporarysettings.h"
+#include "trace_p.h"
+#include "tracecapture.h"
+
+#include <QTest>
+
+using Kavro::ErrorHandler;
+
+class tst_ErrorHandler : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup();
+    void parseMask_data();
+    void parseMask();
+    void maskSource_data();
+    void maskSource();
+    void traceLines_data();
+    void traceLines();
+    void disabledLineIsNotFormatted();
+};
+
+void tst_ErrorHandler::cleanup()
+{
+    qunsetenv("KAVRO_TRACE_MASK");
+    ErrorHandler::instance().setTraceMask(ErrorHandler::TraceWarning);
+}
+
+void tst_ErrorHandler::parseMask_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<int>("mask");
+
+    QTest::newRow("decimal") << QStringLiteral("64") << true << 0x40;
+    QTest::newRow("hex") << QStringLiteral("0x40") << true << 0x40;
+    QTest::newRow("upper-case hex prefix") << QStringLiteral("0X60") << true << 0x60;
+    QTest::newRow("blanks around") << QStringLiteral(" 0x20 ") << true << 0x20;
+    QTest::newRow("leading zero is decimal") << QStringLiteral("010") << true << 10;
+    QTest::newRow("empty") << QString() << false << 0;
+    QTest::newRow("prefix only") << QStringLiteral("0x") << false << 0;
+    QTest::newRow("words") << QStringLiteral("verbose") << false << 0;
+}
+
+void tst_ErrorHandler::parseMask()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, ok);
+    QFETCH(int, mask);
+
+    int parsed = 0;
+    QCOMPARE(ErrorHandler::parseMask(text, &parsed), ok);
+    QCOMPARE(parsed, mask);
+}
+
+void tst_ErrorHandler::maskSource_data()
+{
+    QTest::addColumn<QByteArray>("environment"); // empty: unset
+    QTest::addColumn<QByteArray>("setting"); // empty: absent
+    QTest::addColumn<int>("expected");
+
+    QTest::newRow("environment wins") << QByteArray("0x40") << QByteArray("0x60") << 0x40;
+    QTest::newRow("setting when no environment") << QByteArray() << QByteArray("96") << 0x60;
+    QTest::newRow("unreadable environment falls back") << QByteArray("loud") << QByteArray("0x40") << 0x40;
+    QTest::newRow("warnings by default") << QByteArray() << QByteArray() << 0x20;
+    QTest::newRow("zero silences all") << QByteArray("0") << QByteArray() << 0;
+}
+
+void tst_ErrorHandler::maskSource()
+{
+    QFETCH(QByteArray, environment);
+    QFETCH(QByteArray, setting);
+    QFETCH(int, expected);
+
+    const TemporarySettings settings(setting.isEmpty() ? QByteArray() : "[KAVRO]\nTraceMask=" + setting + '\n', true);
+    if (!environment.isEmpty())
+        qputenv("KAVRO_TRACE_MASK", environment);
+
+    ErrorHandler::instance().reload();
+    QCOMPARE(ErrorHandler::instance().traceMask(), expected);
+}
+
+void tst_ErrorHandler::traceLines_data()
+{
+    QTest::addColumn<int>("mask");
+    QTest::addColumn<bool>("infoWritten");
+    QTest::addColumn<bool>("warningWritten");
+
+    QTest::newRow("nothing") << 0 << false << false;
+    QTest::newRow("warnings") << 0x20 << false << true;
+    QTest::newRow("information") << 0x40 << true << false;
+    QTest::newRow("both") << 0x60 << true << true;
+    QTest::newRow("other bits only") << 0x9f << false << false;
+}
+
+void tst_ErrorHandler::traceLines()
+{
+    QFETCH(int, mask);
+    QFETCH(bool, infoWritten);
+    QFETCH(bool, warningWritten);
+
+    ErrorHandler::instance().setTraceMask(mask);
+    const TraceCapture capture;
+    const int infoLine = __LINE__ + 1;
+    KAVRO_TRACE_INFO(QStringLiteral("Thing::run: Start (%1)").arg(7));
+    const int warningLine = __LINE__ + 1;
+    KAVRO_TRACE_WARNING(QStringLiteral("Directory does not exist: "));
+
+    QList<TraceLine> expected;
+    if (infoWritten)
+        expected.append({QtDebugMsg, QString(), infoLine, QStringLiteral("Thing::run: Start (7)")});
+    if (warningWritten)
+        expected.append({QtWarningMsg, QString(), warningLine, QStringLiteral("Directory does not exist: ")});
+
+    const QList<TraceLine> lines = capture.lines();
+    QCOMPARE(lines.size(), expected.size());
+    for (int i = 0; i < lines.size(); ++i) {
+        QCOMPARE(lines.at(i).type, expected.at(i).type);
+        QCOMPARE(lines.at(i).text, expected.at(i).text);
+        QCOMPARE(lines.at(i).line, expected.at(i).line);
+        QVERIFY2(lines.at(i).file.endsWith(QLatin1String("tst_errorhandler.cpp")), qPrintable(lines.at(i).file));
+    }
+}
+
+void tst_ErrorHandler::disabledLineIsNotFormatted()
+{
+    ErrorHandler::instance().setTraceMask(ErrorHandler::TraceWarning);
+    int formatted = 0;
+    auto text = [&formatted] {
+        ++formatted;
+        return QStringLiteral("costly");
+    };
+    const TraceCapture capture;
+    KAVRO_TRACE_INFO(text());
+    QCOMPARE(formatted, 0);
+    KAVRO_TRACE_WARNING(text());
+    QCOMPARE(formatted, 1);
+    QCOMPARE(capture.texts(), QStringList{QStringLiteral("costly")});
+}
+
+QTEST_GUILESS_MAIN(tst_ErrorHandler)
+#include "tst_errorhandler.moc"

@@ -1,0 +1,113 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "settings_p.h"
+#include "temporarysettings.h"
+
+#include <QTest>
+
+using Kavro::Settings;
+
+class tst_Settings : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void defaultFilePath_data();
+    void defaultFilePath();
+    void values_data();
+    void values();
+    void contains();
+    void setIntValue();
+};
+
+void tst_Settings::defaultFilePath_data()
+{
+    QTest::addColumn<QByteArray>("kavroConfig");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("KAVRO_CONFIG names the file")
+        << QByteArray("/etc/site/kavro.ini") << QStringLiteral("/etc/site/kavro.ini");
+    QTest::newRow("otherwise under the config home") << QByteArray() << QStringLiteral("/tmp/xdg-home/kavro/kavro.ini");
+}
+
+void tst_Settings::defaultFilePath()
+{
+    QFETCH(QByteArray, kavroConfig);
+    QFETCH(QString, expected);
+
+    const QByteArray previousConfig = qgetenv("KAVRO_CONFIG");
+    const QByteArray previousHome = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", "/tmp/xdg-home");
+    if (kavroConfig.isEmpty())
+        qunsetenv("KAVRO_CONFIG");
+    else
+        qputenv("KAVRO_CONFIG", kavroConfig);
+
+    const QString path = Settings::defaultFilePath();
+
+    qputenv("KAVRO_CONFIG", previousConfig);
+    qputenv("XDG_CONFIG_HOME", previousHome);
+    QCOMPARE(path, expected);
+}
+
+void tst_Settings::values_data()
+{
+    QTest::addColumn<QByteArray>("value"); // empty: the key is absent
+    QTest::addColumn<QString>("expectedString");
+    QTest::addColumn<int>("expectedInt");
+    QTest::addColumn<bool>("expectedBool");
+
+    // Defaults used below: "fallback", -7 and true.
+    QTest::newRow("absent") << QByteArray() << QStringLiteral("fallback") << -7 << true;
+    QTest::newRow("decimal") << QByteArray("42") << QStringLiteral("42") << 42 << true;
+    QTest::newRow("negative") << QByteArray("-1") << QStringLiteral("-1") << -1 << true;
+    QTest::newRow("leading zero is not octal") << QByteArray("010") << QStringLiteral("010") << 10 << true;
+    QTest::newRow("not a number") << QByteArray("abc") << QStringLiteral("abc") << -7 << true;
+    QTest::newRow("false") << QByteArray("false") << QStringLiteral("false") << -7 << false;
+    QTest::newRow("zero is false") << QByteArray("0") << QStringLiteral("0") << 0 << false;
+    QTest::newRow("true") << QByteArray("true") << QStringLiteral("true") << -7 << true;
+    QTest::newRow("host name") << QByteArray("archive.example") << QStringLiteral("archive.example") << -7 << true;
+}
+
+void tst_Settings::values()
+{
+    QFETCH(QByteArray, value);
+    QFETCH(QString, expectedString);
+    QFETCH(int, expectedInt);
+    QFETCH(bool, expectedBool);
+
+    const QByteArray line = value.isEmpty() ? QByteArray() : QByteArray("Key=") + value + '\n';
+    const TemporarySettings file("[KAVRO]\n" + line + "[ADMIN]\nKey=elsewhere\n");
+    const Settings settings(Settings::kavroSection(), file.path());
+
+    QCOMPARE(settings.stringValue(QStringLiteral("Key"), QStringLiteral("fallback")), expectedString);
+    QCOMPARE(settings.intValue(QStringLiteral("Key"), -7), expectedInt);
+    QCOMPARE(settings.boolValue(QStringLiteral("Key"), true), expectedBool);
+}
+
+void tst_Settings::contains()
+{
+    const TemporarySettings file("[KAVRO]\nServerHost=\n[ADMIN]\nSirelDataDir=/data\n");
+    const Settings kavro(Settings::kavroSection(), file.path());
+    const Settings admin(Settings::adminSection(), file.path());
+
+    QVERIFY(kavro.contains(QStringLiteral("ServerHost"))); // present though empty
+    QVERIFY(!kavro.contains(QStringLiteral("SirelDataDir")));
+    QVERIFY(admin.contains(QStringLiteral("SirelDataDir")));
+    QVERIFY(!admin.contains(QStringLiteral("ServerHost")));
+}
+
+void tst_Settings::setIntValue()
+{
+    const TemporarySettings file("[KAVRO]\nServerHost=h\n");
+    {
+        Settings settings(Settings::kavroSection(), file.path());
+        settings.setIntValue(QStringLiteral("CompressionRate"), -1);
+    }
+    const Settings reread(Settings::kavroSection(), file.path());
+    QCOMPARE(reread.intValue(QStringLiteral("CompressionRate"), 0), -1);
+    QCOMPARE(reread.stringValue(QStringLiteral("ServerHost"), QString()), QStringLiteral("h"));
+}
+
+QTEST_GUILESS_MAIN(tst_Settings)
+#include "tst_settings.moc"
