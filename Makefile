@@ -5,7 +5,7 @@
 BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
-CMAKE_ARGS ?=
+CMAKE_ARGS ?= -DKAVRO_WERROR=ON
 
 .PHONY: all deps configure build test demo asan format clean
 
@@ -30,7 +30,7 @@ demo: build
 
 # Every test under AddressSanitizer and UndefinedBehaviorSanitizer.
 asan:
-	$(MAKE) test BUILD_DIR=build-asan BUILD_TYPE=Debug CMAKE_ARGS='-DKAVRO_SANITIZE="address;undefined"'
+	$(MAKE) test BUILD_DIR=build-asan BUILD_TYPE=Debug CMAKE_ARGS='-DKAVRO_WERROR=ON -DKAVRO_SANITIZE="address;undefined"'
 
 format: deps
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -15,7 +15,7 @@ namespace Kavro
  * \brief The storage directory of a new file group.
  *
  * Lays out "<base>/yyyy/MM/dd/hh/<guid>/<name>/": one directory per hour of
- * \a when (in its own time spec), then the guid, then the name. The path is
+ * \a when (in its own time zone), then the guid, then the name. The path is
  * cleaned, made absolute against the current directory, and returned with
  * native separators and exactly one trailing separator. The four parts are
  * substituted one after the other, so a marker such as "%2" inside \a base

@@ -9,13 +9,25 @@ namespace Kavro
 
 namespace
 {
+// Reads "64" or "0x40"; false when the text is neither.
+bool parseMask(const QString &text, int *mask)
+{
+    const QString trimmed = text.trimmed();
+    const bool hex = trimmed.startsWith(QLatin1String("0x"), Qt::CaseInsensitive);
+    bool ok = false;
+    const int value = hex ? trimmed.mid(2).toInt(&ok, 16) : trimmed.toInt(&ok, 10);
+    if (ok)
+        *mask = value;
+    return ok;
+}
+
 int configuredMask()
 {
     int mask = 0;
-    if (ErrorHandler::parseMask(qEnvironmentVariable("KAVRO_TRACE_MASK"), &mask))
+    if (parseMask(qEnvironmentVariable("KAVRO_TRACE_MASK"), &mask))
         return mask;
     const Settings settings(Settings::kavroSection());
-    if (ErrorHandler::parseMask(settings.stringValue(QStringLiteral("TraceMask"), QString()), &mask))
+    if (parseMask(settings.stringValue(QStringLiteral("TraceMask"), QString()), &mask))
         return mask;
     return ErrorHandler::TraceWarning;
 }
@@ -50,17 +62,6 @@ void ErrorHandler::setTraceMask(int mask)
 void ErrorHandler::reload()
 {
     setTraceMask(configuredMask());
-}
-
-bool ErrorHandler::parseMask(const QString &text, int *mask)
-{
-    const QString trimmed = text.trimmed();
-    const bool hex = trimmed.startsWith(QLatin1String("0x"), Qt::CaseInsensitive);
-    bool ok = false;
-    const int value = hex ? trimmed.mid(2).toInt(&ok, 16) : trimmed.toInt(&ok, 10);
-    if (ok)
-        *mask = value;
-    return ok;
 }
 
 } // namespace Kavro

@@ -34,9 +34,6 @@ public:
     //! Reads the mask again from the environment and the settings.
     void reload();
 
-    //! Parses "64" or "0x40"; returns false when \a text is neither.
-    static bool parseMask(const QString &text, int *mask);
-
 private:
     ErrorHandler();
     Q_DISABLE_COPY_MOVE(ErrorHandler)

@@ -27,15 +27,17 @@ private Q_SLOTS:
     void copyAndAssignment();
 
 private:
-    static QVector<FileType> allListedTypes();
+    static QVector<FileType> listedWithout(std::initializer_list<FileType> hidden);
 };
 
-QVector<FileType> tst_FileTypeManager::allListedTypes()
+// The nineteen listable types in ascending order, less the \a hidden ones.
+QVector<FileType> tst_FileTypeManager::listedWithout(std::initializer_list<FileType> hidden)
 {
     QVector<FileType> types;
     for (int value = FileTypeTransmissionSystemXml; value <= FileTypeTechnicalParameters; ++value) {
-        if (value != FileTypePck)
-            types.append(static_cast<FileType>(value));
+        const auto type = static_cast<FileType>(value);
+        if (type != FileTypePck && std::find(hidden.begin(), hidden.end(), type) == hidden.end())
+            types.append(type);
     }
     return types;
 }
@@ -51,34 +53,16 @@ void tst_FileTypeManager::listFromSettings_data()
     QTest::addColumn<QByteArray>("ini");
     QTest::addColumn<QVector<FileType>>("expected");
 
-    QVector<FileType> withoutImage = allListedTypes();
-    withoutImage.removeOne(FileTypeImage);
-
-    QTest::newRow("no configuration lists nineteen") << QByteArray() << allListedTypes();
-    QTest::newRow("explicit true changes nothing") << QByteArray("[KAVRO]\nType_Image=true\n") << allListedTypes();
-    QTest::newRow("image switched off") << QByteArray("[KAVRO]\nType_Image=false\n") << withoutImage;
+    QTest::newRow("no configuration lists nineteen") << QByteArray() << listedWithout({});
+    QTest::newRow("image switched off") << QByteArray("[KAVRO]\nType_Image=false\n") << listedWithout({FileTypeImage});
     QTest::newRow("switch in another section is ignored")
-        << QByteArray("[ADMIN]\nType_Image=false\n") << allListedTypes();
+        << QByteArray("[ADMIN]\nType_Image=false\n") << listedWithout({});
     QTest::newRow("no switch can list PCK or Unknown")
-        << QByteArray("[KAVRO]\nType_PCK=true\nType_PCKFile=true\nType_Unknown=true\n") << allListedTypes();
-    QTest::newRow("the key of 12 is not named after its text") << QByteArray(
-        "[KAVRO]\nType_MissionPlanningTool=0\nType_TransmissionSystem_XML=false\nType_TechnicalParameters=false\n")
-                                                               << QVector<FileType>{FileTypeTransmissionSystemText,
-                                                                                    FileTypeTransmissionSystemBinary,
-                                                                                    FileTypeTransmissionSystemZ2Xml,
-                                                                                    FileTypeDecodedTextXml,
-                                                                                    FileTypeDecodedTextText,
-                                                                                    FileTypeDecodedTextZ2Xml,
-                                                                                    FileTypeScanRecording,
-                                                                                    FileTypeIfRecording,
-                                                                                    FileTypeAudioRecording,
-                                                                                    FileTypeImage,
-                                                                                    FileTypeCommunicationNetworkDiagram,
-                                                                                    FileTypeReportReferences,
-                                                                                    FileTypeOrdanResults,
-                                                                                    FileTypeRad,
-                                                                                    FileTypeReportFragment,
-                                                                                    FileTypeRovecIqRecording};
+        << QByteArray("[KAVRO]\nType_PCK=true\nType_PCKFile=true\nType_Unknown=true\n") << listedWithout({});
+    QTest::newRow("the key of 12 is not named after its text, first and last")
+        << QByteArray("[KAVRO]\nType_MissionPlanningTool=0\nType_PropagationCalculationTool=true\n"
+                      "Type_TransmissionSystem_XML=false\nType_TechnicalParameters=false\n")
+        << listedWithout({FileTypeMissionPlanningTool, FileTypeTransmissionSystemXml, FileTypeTechnicalParameters});
 }
 
 void tst_FileTypeManager::listFromSettings()

@@ -15,8 +15,6 @@ class tst_ErrorHandler : public QObject
 
 private Q_SLOTS:
     void cleanup();
-    void parseMask_data();
-    void parseMask();
     void maskSource_data();
     void maskSource();
     void traceLines_data();
@@ -30,33 +28,6 @@ void tst_ErrorHandler::cleanup()
     ErrorHandler::instance().setTraceMask(ErrorHandler::TraceWarning);
 }
 
-void tst_ErrorHandler::parseMask_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<int>("mask");
-
-    QTest::newRow("decimal") << QStringLiteral("64") << true << 0x40;
-    QTest::newRow("hex") << QStringLiteral("0x40") << true << 0x40;
-    QTest::newRow("upper-case hex prefix") << QStringLiteral("0X60") << true << 0x60;
-    QTest::newRow("blanks around") << QStringLiteral(" 0x20 ") << true << 0x20;
-    QTest::newRow("leading zero is decimal") << QStringLiteral("010") << true << 10;
-    QTest::newRow("empty") << QString() << false << 0;
-    QTest::newRow("prefix only") << QStringLiteral("0x") << false << 0;
-    QTest::newRow("words") << QStringLiteral("verbose") << false << 0;
-}
-
-void tst_ErrorHandler::parseMask()
-{
-    QFETCH(QString, text);
-    QFETCH(bool, ok);
-    QFETCH(int, mask);
-
-    int parsed = 0;
-    QCOMPARE(ErrorHandler::parseMask(text, &parsed), ok);
-    QCOMPARE(parsed, mask);
-}
-
 void tst_ErrorHandler::maskSource_data()
 {
     QTest::addColumn<QByteArray>("environment"); // empty: unset
@@ -64,10 +35,12 @@ void tst_ErrorHandler::maskSource_data()
     QTest::addColumn<int>("expected");
 
     QTest::newRow("environment wins") << QByteArray("0x40") << QByteArray("0x60") << 0x40;
-    QTest::newRow("setting when no environment") << QByteArray() << QByteArray("96") << 0x60;
+    QTest::newRow("decimal setting") << QByteArray() << QByteArray("96") << 0x60;
+    QTest::newRow("upper-case hex prefix") << QByteArray("0X60") << QByteArray() << 0x60;
+    QTest::newRow("leading zero is decimal") << QByteArray(" 010 ") << QByteArray() << 10;
     QTest::newRow("unreadable environment falls back") << QByteArray("loud") << QByteArray("0x40") << 0x40;
-    QTest::newRow("warnings by default") << QByteArray() << QByteArray() << 0x20;
-    QTest::newRow("zero silences all") << QByteArray("0") << QByteArray() << 0;
+    QTest::newRow("hex prefix alone falls back") << QByteArray("0x") << QByteArray("junk") << 0x20;
+    QTest::newRow("zero silences all") << QByteArray("0") << QByteArray("0x60") << 0;
 }
 
 void tst_ErrorHandler::maskSource()
