@@ -443,5 +443,69 @@
         <source>Invalid location state</source>
         <translation>Ungültiger Standortzustand</translation>
     </message>
+    <message>
+        <source>File group name</source>
+        <translation>Name der Dateigruppe</translation>
+    </message>
+    <message>
+        <source>File type</source>
+        <translation>Dateityp</translation>
+    </message>
+    <message>
+        <source>Location state</source>
+        <translation>Standortzustand</translation>
+    </message>
+    <message>
+        <source>Backup time</source>
+        <translation>Sicherungszeit</translation>
+    </message>
+    <message>
+        <source>Creation time</source>
+        <translation>Erstellungszeit</translation>
+    </message>
+    <message>
+        <source>Modification time</source>
+        <translation>Änderungszeit</translation>
+    </message>
+    <message>
+        <source>Life cycle</source>
+        <translation>Lebensdauer</translation>
+    </message>
+    <message>
+        <source>Comment</source>
+        <translation>Kommentar</translation>
+    </message>
+    <message>
+        <source>Creator</source>
+        <translation>Ersteller</translation>
+    </message>
+    <message>
+        <source>Detail</source>
+        <translation>Detail</translation>
+    </message>
+    <message>
+        <source>Team</source>
+        <translation>Team</translation>
+    </message>
+    <message>
+        <source>Version</source>
+        <translation>Version</translation>
+    </message>
+    <message>
+        <source>Reserved storage</source>
+        <translation>Reservierter Speicher</translation>
+    </message>
+    <message>
+        <source>Reference count</source>
+        <translation>Anzahl Referenzen</translation>
+    </message>
+    <message>
+        <source>Lock count</source>
+        <translation>Anzahl Sperren</translation>
+    </message>
+    <message>
+        <source>Guid</source>
+        <translation>GUID</translation>
+    </message>
 </context>
 </TS>

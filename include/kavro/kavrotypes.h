@@ -5,6 +5,7 @@
 
 #include <kavro/kavro_export.h>
 
+#include <QMetaType>
 #include <QString>
 #include <QtGlobal>
 
@@ -151,5 +152,7 @@ enum KavroError : qint32 {
 KAVRO_EXPORT QString GetLockStateText(LockState state);
 
 } // namespace Kavro
+
+Q_DECLARE_METATYPE(Kavro::FileType)
 
 #endif

@@ -1,0 +1,253 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+// The XML element form of the file-group record.
+#include "filegroupdata_p.h"
+#include "servicenamespace_p.h"
+#include "trace_p.h"
+
+#include <QXmlStreamReader>
+#include <QXmlStreamWriter>
+
+namespace Kavro
+{
+
+namespace
+{
+QString prefixed(const char *localName)
+{
+    return QStringLiteral("m:") + QLatin1String(localName);
+}
+
+void writeNumber(QXmlStreamWriter &writer, const char *localName, qint64 value)
+{
+    writer.writeTextElement(prefixed(localName), QString::number(value));
+}
+
+void writeTimeIfValid(QXmlStreamWriter &writer, const char *localName, const QDateTime &time)
+{
+    if (time.isValid())
+        writer.writeTextElement(prefixed(localName), time.toUTC().toString(recordTimeFormat()));
+}
+
+void writeTextIfSet(QXmlStreamWriter &writer, const char *localName, const QString &text)
+{
+    if (!text.isEmpty())
+        writer.writeTextElement(prefixed(localName), text);
+}
+
+void writeFiles(QXmlStreamWriter &writer, const FileGroupData::FileList &files)
+{
+    writer.writeStartElement(prefixed("Files"));
+    for (const auto &[name, id] : files) {
+        writer.writeStartElement(prefixed("File"));
+        writeNumber(writer, "FileId", id);
+        writer.writeTextElement(prefixed("FileName"), name);
+        writer.writeEndElement();
+    }
+    writer.writeEndElement();
+}
+
+// Reading: the handler of each element of the service namespace.
+using ElementReader = void (*)(QXmlStreamReader &, FileGroupDataPrivate &, KavroError &);
+
+void readNothing(QXmlStreamReader &, FileGroupDataPrivate &, KavroError &)
+{
+}
+
+template<QString FileGroupDataPrivate::*field>
+void readText(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &)
+{
+    data.*field = reader.readElementText();
+}
+
+template<int FileGroupDataPrivate::*field>
+void readNumber(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &)
+{
+    data.*field = reader.readElementText().toInt();
+}
+
+QDateTime utcFromText(const QString &text)
+{
+    // Date and time are parsed apart: a whole local date-time could fall into a daylight-saving gap.
+    const QStringList parts = text.split(QLatin1Char(' '));
+    if (parts.size() != 2)
+        return QDateTime();
+    const QDate date = QDate::fromString(parts.at(0), QStringLiteral("yyyy-MM-dd"));
+    const QTime time = QTime::fromString(parts.at(1), QStringLiteral("hh:mm:ss"));
+    return date.isValid() && time.isValid() ? QDateTime(date, time, Qt::UTC) : QDateTime();
+}
+
+template<QDateTime FileGroupDataPrivate::*field>
+void readTime(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &)
+{
+    data.*field = utcFromText(reader.readElementText());
+}
+
+// Stores the number when it lies in 0..last; otherwise flags the record with ErrorReadXmlFile.
+template<typename Enum, Enum FileGroupDataPrivate::*field, int last>
+void readEnumeration(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &result, const char *warning)
+{
+    const QString text = reader.readElementText();
+    bool ok = false;
+    const int value = text.toInt(&ok);
+    if (ok && value >= 0 && value <= last) {
+        data.*field = static_cast<Enum>(value);
+        return;
+    }
+    result = ErrorReadXmlFile;
+    KAVRO_TRACE_WARNING(QLatin1String(warning).arg(text));
+}
+
+void readFileType(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &result)
+{
+    readEnumeration<FileType, &FileGroupDataPrivate::fileType, FileTypeTechnicalParameters>(
+        reader, data, result, "Unkown file type \"%1\" read");
+}
+
+void readLocationState(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &result)
+{
+    readEnumeration<LocationState, &FileGroupDataPrivate::locationState, LocationUnknownFileGroup>(
+        reader, data, result, "Unkown location state \"%1\" read");
+}
+
+bool isEndOf(const QXmlStreamReader &reader, QLatin1String localName)
+{
+    return reader.isEndElement() && reader.name() == localName;
+}
+
+// Reads the "File" entries up to the end of "Files".
+void readFiles(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &)
+{
+    QString name;
+    int id = 0;
+    while (!reader.atEnd() && !reader.hasError() && !isEndOf(reader, QLatin1String("Files"))) {
+        reader.readNext();
+        if (reader.isStartElement() && reader.name() == QLatin1String("File")) {
+            name.clear();
+            id = 0;
+        } else if (reader.isStartElement() && reader.name() == QLatin1String("FileId")) {
+            id = reader.readElementText().toInt();
+        } else if (reader.isStartElement() && reader.name() == QLatin1String("FileName")) {
+            name = reader.readElementText();
+        } else if (isEndOf(reader, QLatin1String("File"))) {
+            data.fileList.append(qMakePair(name, id));
+        }
+    }
+}
+
+void readError(QXmlStreamReader &reader, FileGroupDataPrivate &, KavroError &result)
+{
+    result = static_cast<KavroError>(reader.readElementText().toInt());
+}
+
+struct ElementEntry {
+    const char *localName;
+    ElementReader read;
+};
+
+const ElementEntry s_elements[] = {
+    {"FileGroup", &readNothing},
+    {"Guid", &readText<&FileGroupDataPrivate::guid>},
+    {"FileGroupName", &readText<&FileGroupDataPrivate::name>},
+    {"FileType", &readFileType},
+    {"LocationState", &readLocationState},
+    {"BackupTime", &readTime<&FileGroupDataPrivate::backupTime>},
+    {"CreationTime", &readTime<&FileGroupDataPrivate::creationTime>},
+    {"ModificationTime", &readTime<&FileGroupDataPrivate::modificationTime>},
+    {"LifeCycle", &readTime<&FileGroupDataPrivate::lifeCycle>},
+    {"Comment", &readText<&FileGroupDataPrivate::comment>},
+    {"Creator", &readText<&FileGroupDataPrivate::creator>},
+    {"Detail", &readText<&FileGroupDataPrivate::detail>},
+    {"TeamMembership", &readText<&FileGroupDataPrivate::team>},
+    {"Version", &readText<&FileGroupDataPrivate::version>},
+    {"ReservedStorage", &readNumber<&FileGroupDataPrivate::reservedStorage>},
+    {"ReferenceCounter", &readNumber<&FileGroupDataPrivate::referenceCount>},
+    {"Files", &readFiles},
+    {"Error", &readError},
+};
+
+ElementReader readerFor(QStringView localName)
+{
+    for (const ElementEntry &entry : s_elements) {
+        if (localName == QLatin1String(entry.localName))
+            return entry.read;
+    }
+    return nullptr;
+}
+} // namespace
+
+void FileGroupData::WriteStartElement(QXmlStreamWriter &writer) const
+{
+    writer.writeStartElement(prefixed("FileGroup"));
+}
+
+void FileGroupData::WriteEndElement(QXmlStreamWriter &writer) const
+{
+    writer.writeEndElement();
+}
+
+void FileGroupData::ToHtml(QXmlStreamWriter &writer, bool withGroupElement, bool withNamespace) const
+{
+    if (withGroupElement)
+        WriteStartElement(writer);
+    if (withNamespace)
+        writer.writeNamespace(serviceNamespaceUri(), QStringLiteral("m"));
+    writer.writeTextElement(prefixed("Guid"), d->guid);
+    writer.writeTextElement(prefixed("FileGroupName"), d->name);
+    writeNumber(writer, "FileType", d->fileType);
+    if (d->locationState > 0)
+        writeNumber(writer, "LocationState", d->locationState);
+    writeTimeIfValid(writer, "BackupTime", d->backupTime);
+    writeTimeIfValid(writer, "CreationTime", d->creationTime);
+    writeTimeIfValid(writer, "ModificationTime", d->modificationTime);
+    writeTimeIfValid(writer, "LifeCycle", d->lifeCycle);
+    writeTextIfSet(writer, "Comment", d->comment);
+    writeTextIfSet(writer, "Creator", d->creator);
+    writeTextIfSet(writer, "Detail", d->detail);
+    writeTextIfSet(writer, "TeamMembership", d->team);
+    writeTextIfSet(writer, "Version", d->version);
+    if (d->reservedStorage >= 0)
+        writeNumber(writer, "ReservedStorage", d->reservedStorage);
+    if (d->referenceCount >= 0)
+        writeNumber(writer, "ReferenceCounter", d->referenceCount);
+    writeFiles(writer, d->fileList);
+    if (withGroupElement)
+        WriteEndElement(writer);
+}
+
+KavroError FileGroupData::FromHtml(QXmlStreamReader &reader, ReadExtent extent)
+{
+    const QString serviceNamespace = serviceNamespaceUri();
+    const auto atGroupStart = [&] {
+        return reader.isStartElement() && reader.name() == QLatin1String("FileGroup")
+            && reader.namespaceUri() == serviceNamespace;
+    };
+    if (extent == ReadToEndOfGroup) {
+        while (!atGroupStart() && !reader.atEnd() && !reader.hasError())
+            reader.readNext();
+    }
+    KavroError result = NoError;
+    while (!reader.atEnd() && !reader.hasError()) {
+        reader.readNext();
+        const bool ours = reader.namespaceUri() == serviceNamespace;
+        if (extent == ReadToEndOfGroup && ours && isEndOf(reader, QLatin1String("FileGroup")))
+            break;
+        if (!reader.isStartElement() || !ours)
+            continue;
+        if (const ElementReader read = readerFor(reader.name())) {
+            read(reader, *d, result);
+        } else {
+            result = ErrorReadXmlFile;
+            KAVRO_TRACE_WARNING(QStringLiteral("Encountered unexpected xml tag %1 while reading filegroup for import")
+                                    .arg(reader.name()));
+        }
+    }
+    if (reader.hasError()) {
+        result = ErrorReadXmlFile;
+        KAVRO_TRACE_WARNING(QStringLiteral("Could not read Xml file for import of filegroup. XmlStreamReader error: %1")
+                                .arg(reader.errorString()));
+    }
+    return result;
+}
+
+} // namespace Kavro

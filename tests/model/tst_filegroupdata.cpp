@@ -1,0 +1,429 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include <kavro/filegroupdata.h>
+
+#include "tracecapture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QXmlStreamReader>
+#include <QXmlStreamWriter>
+
+#include <functional>
+
+using namespace Kavro;
+
+namespace
+{
+const QByteArray s_namespace = "http://kavro/8SP/KAVRO";
+
+// A record with every field set; the path and lock count are not part of the XML form.
+FileGroupData fullRecord(const QString &guid = QStringLiteral("6f1c2a4e-0000-4000-8000-00000000abcd"))
+{
+    FileGroupData record;
+    record.setGuid(guid);
+    record.setName(QStringLiteral("Survey <north> & \"south\""));
+    record.setFileType(FileTypeAudioRecording);
+    record.setLocationState(LocationCentral);
+    const QDateTime base(QDate(2024, 2, 29), QTime(23, 59, 58), Qt::UTC);
+    record.setBackupTime(base);
+    record.setCreationTime(base.addDays(-10));
+    record.setModificationTime(base.addSecs(-5));
+    record.setLifeCycle(base.addYears(3));
+    record.setComment(QStringLiteral("first pass"));
+    record.setCreator(QStringLiteral("alice"));
+    record.setDetail(QStringLiteral("Ümlaut détail"));
+    record.setTeam(QStringLiteral("blue"));
+    record.setVersion(QStringLiteral("1.2"));
+    record.setReservedStorage(1024);
+    record.setReferenceCount(2);
+    record.addFile(QStringLiteral("a.wav"), 1);
+    record.addFile(QStringLiteral("b.wav"), 7);
+    return record;
+}
+
+QByteArray xmlOf(const FileGroupData &record)
+{
+    QByteArray xml;
+    QXmlStreamWriter writer(&xml);
+    record.ToHtml(writer, true, true);
+    return xml;
+}
+
+QStringList localNames(const QByteArray &xml)
+{
+    QStringList names;
+    QXmlStreamReader reader(xml);
+    while (reader.readNextStartElement() || (!reader.atEnd() && !reader.hasError())) {
+        if (reader.isStartElement())
+            names.append(reader.name().toString());
+    }
+    return names;
+}
+
+// "<m:FileGroup ...>" around the given children.
+QByteArray group(const QByteArray &children)
+{
+    return "<m:FileGroup xmlns:m=\"" + s_namespace + "\">" + children + "</m:FileGroup>";
+}
+
+using Edit = std::function<void(FileGroupData &)>;
+} // namespace
+
+Q_DECLARE_METATYPE(Edit)
+
+namespace Kavro
+{
+// Lets QCOMPARE print records that differ.
+char *toString(const FileGroupData &record)
+{
+    QStringList values;
+    record.ToStringList(values);
+    for (const auto &[name, id] : record.getFileList())
+        values.append(QString::number(id) + QLatin1Char(':') + name);
+    return qstrdup(values.join(QLatin1Char('|')).toUtf8().constData());
+}
+} // namespace Kavro
+
+class tst_FileGroupData : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void defaultRecordXml();
+    void writtenElements_data();
+    void writtenElements();
+    void writeInsideCallersElement();
+    void read_data();
+    void read();
+    void xmlRoundTrip();
+    void readOneGroupOfThree();
+    void listForm();
+    void listFormUnknownTexts();
+    void metaTypes();
+    void exportTwiceIntoOneDirectory();
+    void exportFailure();
+    void import_data();
+    void import();
+};
+
+void tst_FileGroupData::defaultRecordXml()
+{
+    QCOMPARE(xmlOf(FileGroupData()),
+             group("<m:Guid></m:Guid><m:FileGroupName></m:FileGroupName><m:FileType>0</m:FileType>"
+                   "<m:ReservedStorage>0</m:ReservedStorage><m:ReferenceCounter>0</m:ReferenceCounter><m:Files/>"));
+}
+
+void tst_FileGroupData::writtenElements_data()
+{
+    QTest::addColumn<Edit>("edit");
+    QTest::addColumn<QStringList>("elements");
+
+    const QStringList head = {QStringLiteral("FileGroup"), QStringLiteral("Guid"), QStringLiteral("FileGroupName"),
+                              QStringLiteral("FileType")};
+    const QStringList counters = {QStringLiteral("ReservedStorage"), QStringLiteral("ReferenceCounter")};
+    const QStringList files = {QStringLiteral("Files")};
+
+    QTest::newRow("full record in order")
+        << Edit([](FileGroupData &r) {
+               r = fullRecord();
+           })
+        << head + QStringList{QStringLiteral("LocationState"),  QStringLiteral("BackupTime"),
+                              QStringLiteral("CreationTime"),   QStringLiteral("ModificationTime"),
+                              QStringLiteral("LifeCycle"),      QStringLiteral("Comment"),
+                              QStringLiteral("Creator"),        QStringLiteral("Detail"),
+                              QStringLiteral("TeamMembership"), QStringLiteral("Version")}
+            + counters + QStringList{QStringLiteral("Files"),    QStringLiteral("File"), QStringLiteral("FileId"),
+                                     QStringLiteral("FileName"), QStringLiteral("File"), QStringLiteral("FileId"),
+                                     QStringLiteral("FileName")};
+    QTest::newRow("negative location state left out") << Edit([](FileGroupData &r) {
+        r.setLocationState(static_cast<LocationState>(-2));
+    }) << head + counters + files;
+    QTest::newRow("reserved storage -1 left out") << Edit([](FileGroupData &r) {
+        r.setReservedStorage(-1);
+    }) << head + QStringList{QStringLiteral("ReferenceCounter")} + files;
+    QTest::newRow("reference count -1 left out") << Edit([](FileGroupData &r) {
+        r.setReferenceCount(-1);
+    }) << head + QStringList{QStringLiteral("ReservedStorage")} + files;
+    QTest::newRow("only the valid time written") << Edit([](FileGroupData &r) {
+        r.setBackupTime(QDateTime(QDate(2020, 13, 1), QTime(0, 0)));
+        r.setLifeCycle(QDateTime::currentDateTimeUtc());
+    }) << head + QStringList{QStringLiteral("LifeCycle")} + counters + files;
+    QTest::newRow("path and lock count never written") << Edit([](FileGroupData &r) {
+        r.setPath(QStringLiteral("/store/x"));
+        r.setLockCount(3);
+    }) << head + counters + files;
+}
+
+void tst_FileGroupData::writtenElements()
+{
+    QFETCH(Edit, edit);
+    QFETCH(QStringList, elements);
+
+    FileGroupData record;
+    edit(record);
+    QCOMPARE(localNames(xmlOf(record)), elements);
+}
+
+void tst_FileGroupData::writeInsideCallersElement()
+{
+    QByteArray xml;
+    QXmlStreamWriter writer(&xml);
+    writer.writeStartElement(QStringLiteral("m:QueryMetaDataReply"));
+    writer.writeNamespace(QString::fromLatin1(s_namespace), QStringLiteral("m"));
+    FileGroupData().ToHtml(writer, false, false);
+    writer.writeEndElement();
+
+    const QByteArray start = "<m:QueryMetaDataReply xmlns:m=\"" + s_namespace + "\"><m:Guid>";
+    QVERIFY(xml.startsWith(start));
+    QVERIFY(!xml.contains("FileGroup>"));
+    QCOMPARE(xml.count("xmlns"), 1);
+}
+
+void tst_FileGroupData::read_data()
+{
+    QTest::addColumn<QByteArray>("xml");
+    QTest::addColumn<int>("result");
+    QTest::addColumn<FileGroupData>("expected");
+    QTest::addColumn<QStringList>("warnings");
+
+    FileGroupData named;
+    named.setGuid(QStringLiteral("G"));
+    named.setName(QStringLiteral("N"));
+    FileGroupData cutShort = named;
+    cutShort.setVersion(QStringLiteral("1"));
+    FileGroupData pck = named;
+    pck.setFileType(FileTypePck);
+    FileGroupData timed;
+    timed.setCreationTime(QDateTime(QDate(2021, 3, 28), QTime(2, 30), Qt::UTC));
+    FileGroupData withFiles;
+    withFiles.addFile(QStringLiteral("x.txt"), 3);
+    withFiles.addFile(QString(), 0);
+    withFiles.setVersion(QStringLiteral("after"));
+
+    const QByteArray guidAndName = "<m:Guid>G</m:Guid><m:FileGroupName>N</m:FileGroupName>";
+    QTest::newRow("file type 16 is read")
+        << group(guidAndName + "<m:FileType>16</m:FileType>") << 0 << pck << QStringList();
+    QTest::newRow("file type 21 rejected, the rest read")
+        << group("<m:Guid>G</m:Guid><m:FileType>21</m:FileType><m:FileGroupName>N</m:FileGroupName>") << 54 << named
+        << QStringList{QStringLiteral("Unkown file type \"21\" read")};
+    QTest::newRow("file type not a number") << group(guidAndName + "<m:FileType>six</m:FileType>") << 54 << named
+                                            << QStringList{QStringLiteral("Unkown file type \"six\" read")};
+    QTest::newRow("location state 14 rejected")
+        << group(guidAndName + "<m:LocationState>14</m:LocationState>") << 54 << named
+        << QStringList{QStringLiteral("Unkown location state \"14\" read")};
+    QTest::newRow("Error element is the result")
+        << group(guidAndName + "<m:Error>62</m:Error>") << 62 << named << QStringList();
+    QTest::newRow("unexpected tag of the service")
+        << group("<m:Guid>G</m:Guid><m:Colour>red</m:Colour><m:FileGroupName>N</m:FileGroupName>") << 54 << named
+        << QStringList{QStringLiteral("Encountered unexpected xml tag Colour while reading filegroup for import")};
+    QTest::newRow("other namespaces passed over")
+        << group(guidAndName + "<x:Comment xmlns:x=\"urn:other\">no</x:Comment><Comment>no</Comment>") << 0 << named
+        << QStringList();
+    QTest::newRow("time read as UTC") << group("<m:CreationTime>2021-03-28 02:30:00</m:CreationTime>") << 0 << timed
+                                      << QStringList();
+    QTest::newRow("files in any inner order")
+        << group("<m:Files><m:File><m:FileName>x.txt</m:FileName><m:FileId>3</m:FileId></m:File><m:File/></m:Files>"
+                 "<m:Version>after</m:Version>")
+        << 0 << withFiles << QStringList();
+    // The document ends inside the closing tag of "Version".
+    QTest::newRow("malformed keeps what was read")
+        << group(guidAndName + "<m:Version>1</m:Version>").left(120) << 54 << cutShort
+        << QStringList{QStringLiteral(
+               "Could not read Xml file for import of filegroup. XmlStreamReader error: Premature end of document.")};
+}
+
+void tst_FileGroupData::read()
+{
+    QFETCH(QByteArray, xml);
+    QFETCH(int, result);
+    QFETCH(FileGroupData, expected);
+    QFETCH(QStringList, warnings);
+
+    const TraceCapture capture;
+    FileGroupData record;
+    QXmlStreamReader reader(xml);
+    QCOMPARE(int(record.FromHtml(reader)), result);
+    QCOMPARE(record, expected);
+    QCOMPARE(capture.texts(), warnings);
+}
+
+void tst_FileGroupData::xmlRoundTrip()
+{
+    const FileGroupData original = fullRecord();
+    FileGroupData reread;
+    QXmlStreamReader reader(xmlOf(original));
+    QCOMPARE(reread.FromHtml(reader), NoError);
+    QCOMPARE(reread, original);
+
+    // A local time goes over as UTC and comes back as the same instant.
+    FileGroupData local;
+    local.setBackupTime(QDateTime(QDate(2022, 7, 1), QTime(8, 0)).toOffsetFromUtc(-5 * 3600));
+    QXmlStreamReader localReader(xmlOf(local));
+    FileGroupData localReread;
+    QCOMPARE(localReread.FromHtml(localReader), NoError);
+    QCOMPARE(localReread.getBackupTime(), local.getBackupTime());
+    QCOMPARE(localReread.getBackupTime().timeSpec(), Qt::UTC);
+}
+
+void tst_FileGroupData::readOneGroupOfThree()
+{
+    QByteArray xml;
+    QXmlStreamWriter writer(&xml);
+    writer.writeStartElement(QStringLiteral("m:QueryFileGroupsReply"));
+    writer.writeNamespace(QString::fromLatin1(s_namespace), QStringLiteral("m"));
+    for (const char *guid : {"first", "second", "third"})
+        fullRecord(QLatin1String(guid)).ToHtml(writer, true, false);
+    writer.writeTextElement(QStringLiteral("m:Error"), QStringLiteral("0"));
+    writer.writeEndElement();
+
+    QXmlStreamReader reader(xml);
+    FileGroupData first;
+    QCOMPARE(first.FromHtml(reader, FileGroupData::ReadToEndOfGroup), NoError); // starts before the group
+    QCOMPARE(first, fullRecord(QStringLiteral("first")));
+
+    QVERIFY(reader.readNextStartElement());
+    QCOMPARE(reader.name(), QLatin1String("FileGroup")); // starts on the group's own element
+    FileGroupData second;
+    QCOMPARE(second.FromHtml(reader, FileGroupData::ReadToEndOfGroup), NoError);
+    QCOMPARE(second, fullRecord(QStringLiteral("second")));
+    QVERIFY(reader.isEndElement());
+
+    QVERIFY(reader.readNextStartElement());
+    QCOMPARE(reader.name(), QLatin1String("FileGroup"));
+    reader.skipCurrentElement();
+    QVERIFY(reader.readNextStartElement());
+    QCOMPARE(reader.name(), QLatin1String("Error"));
+}
+
+void tst_FileGroupData::listForm()
+{
+    QStringList headers(QStringLiteral("kept"));
+    FileGroupData::GetHeaders(headers);
+    QCOMPARE(headers.size(), 17);
+    QCOMPARE(headers.at(1), QStringLiteral("File group name"));
+    QCOMPARE(headers.last(), QStringLiteral("Guid"));
+
+    FileGroupData original = fullRecord();
+    original.setLockCount(4);
+    QStringList values;
+    original.ToStringList(values);
+    QCOMPARE(values.size(), 16);
+    QCOMPARE(values.at(1), QStringLiteral("Audio Recording"));
+    QCOMPARE(values.at(2), QStringLiteral("Central"));
+    QCOMPARE(values.at(3), original.getBackupTime().toLocalTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
+    QCOMPARE(values.mid(12, 4),
+             QStringList({QStringLiteral("1024"), QStringLiteral("2"), QStringLiteral("4"), original.getGuid()}));
+
+    // The list form holds neither the files nor the path.
+    FileGroupData expected = original;
+    expected.setFileList({});
+    QCOMPARE(FileGroupData::fromStringList(values), expected);
+}
+
+void tst_FileGroupData::listFormUnknownTexts()
+{
+    QStringList values;
+    fullRecord().ToStringList(values);
+    values[1] = QStringLiteral("Hologram");
+    values[2] = QStringLiteral("Invalid location state");
+
+    const TraceCapture capture;
+    const FileGroupData record = FileGroupData::fromStringList(values);
+    QCOMPARE(record.getFileType(), FileTypeUnknown);
+    QCOMPARE(record.getLocationState(), LocationUndefined);
+    QCOMPARE(record.getCreator(), QStringLiteral("alice"));
+    QCOMPARE(capture.texts(),
+             QStringList({QStringLiteral("FileGroupData::fromStringList: Unkown file type \"Hologram\" read"),
+                          QStringLiteral("FileGroupData::fromStringList: Unkown location state \"Invalid location "
+                                         "state\" read")}));
+    QCOMPARE(FileGroupData::fromStringList({}), FileGroupData());
+}
+
+void tst_FileGroupData::metaTypes()
+{
+    QCOMPARE(QMetaType::fromName("Kavro::FileGroupData"), QMetaType::fromType<FileGroupData>());
+    QCOMPARE(QMetaType::fromName("FileType"), QMetaType::fromType<FileType>());
+    const QVariant carried = QVariant::fromValue(fullRecord());
+    QCOMPARE(carried.value<FileGroupData>(), fullRecord());
+}
+
+void tst_FileGroupData::exportTwiceIntoOneDirectory()
+{
+    QTemporaryDir root;
+    const QString directory = root.filePath(QStringLiteral("exports"));
+    QVERIFY(QDir().mkdir(directory));
+    const FileGroupData record = fullRecord(QStringLiteral("G"));
+    const QString base = record.getName() + QStringLiteral("_G");
+
+    QCOMPARE(record.toXmlFileForExport(directory), base + QStringLiteral(".fgdesc"));
+    const QString firstPath = directory + QDir::separator() + base + QStringLiteral(".fgdesc");
+    QFile first(firstPath);
+    QVERIFY(first.open(QIODevice::ReadOnly));
+    QCOMPARE(first.readAll(), xmlOf(record)); // the element form alone, no declaration
+
+    // Numbered names are joined to the directory without a separator.
+    QCOMPARE(record.toXmlFileForExport(directory), base + QStringLiteral("_1.fgdesc"));
+    QVERIFY(QFile::exists(directory + base + QStringLiteral("_1.fgdesc")));
+    QCOMPARE(record.toXmlFileForExport(directory), base + QStringLiteral("_2.fgdesc"));
+    QVERIFY(QFile::exists(directory + base + QStringLiteral("_2.fgdesc")));
+}
+
+void tst_FileGroupData::exportFailure()
+{
+    const TraceCapture capture;
+    FileGroupData record;
+    record.setName(QStringLiteral("N"));
+    record.setGuid(QStringLiteral("G"));
+    QCOMPARE(record.toXmlFileForExport(QStringLiteral("/nonexistent/kavro/dir")), QStringLiteral("N_G.fgdesc"));
+    QCOMPARE(capture.texts(),
+             QStringList{QStringLiteral("Could not create Xml file for export of filegroup N with guid G")});
+}
+
+void tst_FileGroupData::import_data()
+{
+    QTest::addColumn<QByteArray>("content"); // empty: no file is written
+    QTest::addColumn<bool>("asDirectory");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("warningCount");
+
+    QTest::newRow("exported record") << xmlOf(fullRecord()) << false << true << fullRecord().getName() << 0;
+    QTest::newRow("file type 21") << group("<m:FileGroupName>N</m:FileGroupName><m:FileType>21</m:FileType>") << false
+                                  << false << QStringLiteral("N") << 1;
+    QTest::newRow("not XML") << QByteArray("\x89PNG\r\n") << false << false << QString() << 1;
+    QTest::newRow("missing file, no warning") << QByteArray() << false << false << QString() << 0;
+    QTest::newRow("a directory cannot be opened") << QByteArray() << true << false << QString() << 1;
+}
+
+void tst_FileGroupData::import()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(bool, asDirectory);
+    QFETCH(bool, ok);
+    QFETCH(QString, name);
+    QFETCH(int, warningCount);
+
+    QTemporaryDir root;
+    const QString path = root.filePath(QStringLiteral("group.fgdesc"));
+    if (asDirectory)
+        QVERIFY(QDir().mkdir(path));
+    if (!content.isEmpty()) {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(content);
+    }
+
+    const TraceCapture capture;
+    FileGroupData record;
+    QCOMPARE(record.fromXmlforImport(path), ok);
+    QCOMPARE(record.getName(), name);
+    QCOMPARE(capture.lines().size(), warningCount);
+    if (ok)
+        QCOMPARE(record, fullRecord());
+}
+
+QTEST_GUILESS_MAIN(tst_FileGroupData)
+#include "tst_filegroupdata.moc"

@@ -1,0 +1,211 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include <kavro/filequery.h>
+
+#include <QTest>
+
+using namespace Kavro;
+
+// One time range of the query, reached through its four accessors and its test.
+struct RangeAccess {
+    void (FileQuery::*setMin)(const QDateTime &);
+    void (FileQuery::*setMax)(const QDateTime &);
+    QDateTime (FileQuery::*getMin)() const;
+    QDateTime (FileQuery::*getMax)() const;
+    bool (FileQuery::*inRange)(const QDateTime &) const;
+};
+
+struct TextAccess {
+    void (FileQuery::*set)(const QString &);
+    QString (FileQuery::*get)() const;
+};
+
+const RangeAccess s_ranges[] = {
+    {&FileQuery::SetBackupTimeMin, &FileQuery::SetBackupTimeMax, &FileQuery::GetBackupTimeMin,
+     &FileQuery::GetBackupTimeMax, &FileQuery::IsBackupTimeInRange},
+    {&FileQuery::SetCreationTimeMin, &FileQuery::SetCreationTimeMax, &FileQuery::GetCreationTimeMin,
+     &FileQuery::GetCreationTimeMax, &FileQuery::IsCreationTimeInRange},
+    {&FileQuery::SetModificationTimeMin, &FileQuery::SetModificationTimeMax, &FileQuery::GetModificationTimeMin,
+     &FileQuery::GetModificationTimeMax, &FileQuery::IsModificationTimeInRange},
+    {&FileQuery::SetLifeCycleTimeMin, &FileQuery::SetLifeCycleTimeMax, &FileQuery::GetLifeCycleTimeMin,
+     &FileQuery::GetLifeCycleTimeMax, &FileQuery::IsLifeCycleInRange},
+};
+
+const TextAccess s_texts[] = {
+    {&FileQuery::SetFileGroupSearchText, &FileQuery::GetFileGroupSearchText},
+    {&FileQuery::SetCommentSearchText, &FileQuery::GetCommentSearchText},
+    {&FileQuery::SetCreatorSearchText, &FileQuery::GetCreatorSearchText},
+    {&FileQuery::SetDetailSearchText, &FileQuery::GetDetailSearchText},
+    {&FileQuery::SetTeamMembershipSearchText, &FileQuery::GetTeamMembershipSearchText},
+    {&FileQuery::SetVersionSearchText, &FileQuery::GetVersionSearchText},
+    {&FileQuery::SetLockUser, &FileQuery::GetLockUser},
+    {&FileQuery::SetReferencingApplication, &FileQuery::GetReferencingApplication},
+};
+
+class tst_FileQuery : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void rangeTest_data();
+    void rangeTest();
+    void accessorsKeepTheirOwnField();
+    void fileTypes();
+    void resetAndCopy();
+    void dateTimeFromString_data();
+    void dateTimeFromString();
+};
+
+void tst_FileQuery::rangeTest_data()
+{
+    QTest::addColumn<QDateTime>("minimum");
+    QTest::addColumn<QDateTime>("maximum");
+    QTest::addColumn<QDateTime>("time");
+    QTest::addColumn<bool>("inRange");
+
+    const QDateTime t0(QDate(2020, 1, 1), QTime(12, 0), Qt::UTC);
+    const QDateTime before = t0.addMSecs(-1);
+    const QDateTime after = t0.addSecs(3600);
+    const QDateTime null;
+
+    QTest::newRow("open range accepts null") << null << null << null << true;
+    QTest::newRow("open range accepts any") << null << null << t0 << true;
+    QTest::newRow("minimum is inclusive") << t0 << null << t0 << true;
+    QTest::newRow("later than minimum") << t0 << null << after << true;
+    QTest::newRow("earlier than minimum") << t0 << null << before << false;
+    QTest::newRow("null against a minimum") << t0 << null << null << false;
+    QTest::newRow("maximum is inclusive") << null << t0 << t0 << true;
+    QTest::newRow("later than maximum") << null << t0 << after << false;
+    QTest::newRow("null against a maximum") << null << t0 << null << false;
+    QTest::newRow("equal bounds") << t0 << t0 << t0 << true;
+    QTest::newRow("inside both") << before << after << t0 << true;
+    QTest::newRow("same instant in another zone") << t0 << t0 << t0.toOffsetFromUtc(7200) << true;
+    QTest::newRow("inverted bounds accept nothing") << after << before << t0 << false;
+}
+
+void tst_FileQuery::rangeTest()
+{
+    QFETCH(QDateTime, minimum);
+    QFETCH(QDateTime, maximum);
+    QFETCH(QDateTime, time);
+    QFETCH(bool, inRange);
+
+    for (const RangeAccess &range : s_ranges) {
+        FileQuery query;
+        (query.*range.setMin)(minimum);
+        (query.*range.setMax)(maximum);
+        QCOMPARE((query.*range.inRange)(time), inRange);
+    }
+}
+
+void tst_FileQuery::accessorsKeepTheirOwnField()
+{
+    // Distinct values everywhere: a setter wired to the wrong field shows in another getter.
+    FileQuery query;
+    const QDateTime base(QDate(2021, 6, 1), QTime(0, 0), Qt::UTC);
+    for (int i = 0; i < int(std::size(s_ranges)); ++i) {
+        (query.*s_ranges[i].setMin)(base.addDays(2 * i));
+        (query.*s_ranges[i].setMax)(base.addDays(2 * i + 1));
+    }
+    for (int i = 0; i < int(std::size(s_texts)); ++i)
+        (query.*s_texts[i].set)(QString::number(i));
+    query.SetLocationState(LocationRovec);
+    query.SetLockState(LockRead);
+
+    for (int i = 0; i < int(std::size(s_ranges)); ++i) {
+        QCOMPARE((query.*s_ranges[i].getMin)(), base.addDays(2 * i));
+        QCOMPARE((query.*s_ranges[i].getMax)(), base.addDays(2 * i + 1));
+    }
+    for (int i = 0; i < int(std::size(s_texts)); ++i)
+        QCOMPARE((query.*s_texts[i].get)(), QString::number(i));
+    QCOMPARE(query.GetLocationState(), LocationRovec);
+    QCOMPARE(query.GetLockState(), LockRead);
+}
+
+void tst_FileQuery::fileTypes()
+{
+    FileQuery query;
+    QVERIFY(!query.IsFileTypeListed(FileTypeUnknown));
+    QCOMPARE(query.GetFileTypeAt(0), FileTypeUnknown);
+
+    query.AddFileType(FileTypeImage);
+    query.AddFileType(FileTypeImage);
+    query.AddFileType(FileTypePck);
+    QCOMPARE(query.GetFileTypeListSize(), 3);
+    QVERIFY(query.IsFileTypeListed(FileTypePck));
+    QVERIFY(!query.IsFileTypeListed(FileTypeRad));
+    QCOMPARE(query.GetFileTypeAt(2), FileTypePck);
+    QCOMPARE(query.GetFileTypeAt(3), FileTypeUnknown);
+    QCOMPARE(query.GetFileTypeAt(-1), FileTypeUnknown);
+
+    query.ClearFileTypeList();
+    QCOMPARE(query.GetFileTypeListSize(), 0);
+}
+
+void tst_FileQuery::resetAndCopy()
+{
+    FileQuery query;
+    query.SetBackupTimeMin(QDateTime::currentDateTimeUtc());
+    query.SetLifeCycleTimeMax(QDateTime::currentDateTimeUtc());
+    query.AddFileType(FileTypeRad);
+    query.SetLocationState(LocationCentral);
+    query.SetLockState(LockWrite);
+    for (const TextAccess &text : s_texts)
+        (query.*text.set)(QStringLiteral("x"));
+
+    FileQuery copy(query);
+    FileQuery assigned;
+    assigned = query;
+    query.Reset();
+
+    for (const FileQuery *q : {&copy, &assigned}) {
+        QCOMPARE(q->GetFileTypeAt(0), FileTypeRad);
+        QCOMPARE(q->GetLockState(), LockWrite);
+        QCOMPARE(q->GetReferencingApplication(), QStringLiteral("x"));
+        QVERIFY(!q->GetBackupTimeMin().isNull());
+    }
+    for (const RangeAccess &range : s_ranges) {
+        QVERIFY((query.*range.getMin)().isNull());
+        QVERIFY((query.*range.getMax)().isNull());
+    }
+    for (const TextAccess &text : s_texts) {
+        QVERIFY((query.*text.get)().isEmpty());
+        QVERIFY(!(query.*text.get)().isNull());
+    }
+    QCOMPARE(query.GetFileTypeListSize(), 0);
+    QCOMPARE(query.GetLocationState(), LocationUndefined);
+    QCOMPARE(query.GetLockState(), LockUndefined);
+    QVERIFY(!FileQuery().GetCommentSearchText().isNull());
+}
+
+void tst_FileQuery::dateTimeFromString_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QDateTime>("expected"); // invalid: none fits
+
+    const QDate date(2020, 1, 2);
+    QTest::newRow("blank with milliseconds")
+        << QStringLiteral("2020-01-02 03:04:05.678") << QDateTime(date, QTime(3, 4, 5, 678));
+    QTest::newRow("T with milliseconds") << QStringLiteral("2020-01-02T03:04:05.678")
+                                         << QDateTime(date, QTime(3, 4, 5, 678));
+    QTest::newRow("blank") << QStringLiteral("2020-01-02 03:04:05") << QDateTime(date, QTime(3, 4, 5));
+    QTest::newRow("T") << QStringLiteral("2020-01-02T03:04:05") << QDateTime(date, QTime(3, 4, 5));
+    QTest::newRow("no seconds") << QStringLiteral("2020-01-02 03:04") << QDateTime();
+    QTest::newRow("date only") << QStringLiteral("2020-01-02") << QDateTime();
+    QTest::newRow("impossible date") << QStringLiteral("2020-02-30 03:04:05") << QDateTime();
+    QTest::newRow("empty") << QString() << QDateTime();
+}
+
+void tst_FileQuery::dateTimeFromString()
+{
+    QFETCH(QString, text);
+    QFETCH(QDateTime, expected);
+
+    const QDateTime parsed = FileQuery::getValidDateTimeFromString(text);
+    QCOMPARE(parsed.isValid(), expected.isValid());
+    if (expected.isValid())
+        QCOMPARE(parsed, expected);
+}
+
+QTEST_GUILESS_MAIN(tst_FileQuery)
+#include "tst_filequery.moc"
