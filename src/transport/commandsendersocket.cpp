@@ -1,0 +1,289 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "commandsendersocket_p.h"
+
+#include "settings_p.h"
+#include "trace_p.h"
+#include "xmlseparator_p.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QHostAddress>
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+
+namespace Kavro
+{
+
+namespace
+{
+QString logDirectory(const QString &dataDirectory)
+{
+    return dataDirectory + QDir::separator() + QStringLiteral("Logging") + QDir::separator();
+}
+
+QString addressText(const QTcpSocket *socket, bool local)
+{
+    if (!socket || socket->state() != QAbstractSocket::ConnectedState)
+        return QString();
+    return (local ? socket->localAddress() : socket->peerAddress()).toString();
+}
+} // namespace
+
+CommandSenderSocket::CommandSenderSocket(const QString &host, quint16 port)
+    : m_host(host)
+    , m_port(port)
+{
+    const Settings settings(Settings::kavroSection());
+    m_replyTimeout = settings.intValue(QStringLiteral("ReplyTimeoutMs"), defaultReplyTimeout);
+    m_maxMessageSize = settings.intValue(QStringLiteral("MaxMessageSize"), XmlSeparator::defaultMaxMessageSize);
+    openMessageLog();
+    QMetaObject::invokeMethod(this, "sl_connect", Qt::QueuedConnection);
+}
+
+CommandSenderSocket::~CommandSenderSocket() = default;
+
+QString CommandSenderSocket::host() const
+{
+    return m_host;
+}
+
+quint16 CommandSenderSocket::port() const
+{
+    return m_port;
+}
+
+bool CommandSenderSocket::isConnected() const
+{
+    return m_connected.load();
+}
+
+bool CommandSenderSocket::isAwaitingReply() const
+{
+    return m_awaitingReply;
+}
+
+int CommandSenderSocket::pendingCount() const
+{
+    return m_pending.size();
+}
+
+int CommandSenderSocket::connectAttempts() const
+{
+    return m_connectAttempts;
+}
+
+bool CommandSenderSocket::isLogging() const
+{
+    return m_logEnabled;
+}
+
+QString CommandSenderSocket::logFileName() const
+{
+    return m_logFile.fileName();
+}
+
+int CommandSenderSocket::reconnectInterval() const
+{
+    return m_reconnectInterval;
+}
+
+void CommandSenderSocket::setReconnectInterval(int milliseconds)
+{
+    m_reconnectInterval = milliseconds;
+    if (m_reconnectTimer)
+        m_reconnectTimer->setInterval(milliseconds);
+}
+
+int CommandSenderSocket::replyTimeout() const
+{
+    return m_replyTimeout;
+}
+
+void CommandSenderSocket::setReplyTimeout(int milliseconds)
+{
+    m_replyTimeout = milliseconds;
+}
+
+void CommandSenderSocket::openMessageLog()
+{
+    // Logging is switched on by a marker file, once per object.
+    const Settings admin(Settings::adminSection());
+    const QString directory = logDirectory(admin.stringValue(QStringLiteral("SirelDataDir"), QString()));
+    m_logEnabled = QFile::exists(directory + QStringLiteral("logkavromessages.txt"));
+    if (!m_logEnabled)
+        return;
+    const QString name = QStringLiteral("%1_%2_kavromessages.txt")
+                             .arg(QDate::currentDate().toString(QStringLiteral("yyyyMMdd")))
+                             .arg(reinterpret_cast<quintptr>(QThread::currentThread()));
+    m_logFile.setFileName(directory + name);
+    if (!m_logFile.open(QIODevice::WriteOnly | QIODevice::Append))
+        KAVRO_TRACE_INFO(QStringLiteral("Could not open kavro message log"));
+}
+
+void CommandSenderSocket::writeLogEntry(const char *direction, const QByteArray &message)
+{
+    if (!m_logEnabled || !m_logFile.isOpen() || !m_logFile.isWritable())
+        return;
+    // A sent message goes from the local address to the peer, a received one back.
+    const bool sent = qstrcmp(direction, "TX") == 0;
+    const QString header =
+        QStringLiteral("\n\n%1: %2 ('%3' -> '%4')\n")
+            .arg(QDateTime::currentDateTime().toString(QStringLiteral("dd.MM.yyyy T hh:mm:ss.zzz")),
+                 QLatin1String(direction), addressText(m_socket, sent), addressText(m_socket, !sent));
+    m_logFile.write(header.toLatin1());
+    m_logFile.flush();
+    m_logFile.write(message);
+    m_logFile.flush();
+}
+
+void CommandSenderSocket::sl_connect()
+{
+    if (!m_reconnectTimer) {
+        m_reconnectTimer = new QTimer(this);
+        m_reconnectTimer->setInterval(m_reconnectInterval);
+        connect(m_reconnectTimer, &QTimer::timeout, this, &CommandSenderSocket::sl_connect);
+        m_replyTimer = new QTimer(this);
+        m_replyTimer->setSingleShot(true);
+        connect(m_replyTimer, &QTimer::timeout, this, &CommandSenderSocket::replyOverdue);
+    }
+    m_reconnectTimer->stop();
+
+    if (!m_socket) {
+        m_socket = new QTcpSocket(this);
+        connect(m_socket, &QTcpSocket::connected, this, &CommandSenderSocket::sl_connected);
+        connect(m_socket, &QTcpSocket::disconnected, this, &CommandSenderSocket::sl_disconnected);
+        connect(m_socket, &QTcpSocket::errorOccurred, this, &CommandSenderSocket::sl_handleTcpError);
+        connect(m_socket, &QTcpSocket::stateChanged, this, &CommandSenderSocket::sl_stateChanged);
+    }
+    ++m_connectAttempts;
+    m_socket->connectToHost(m_host, m_port, QIODevice::ReadWrite);
+    if (!m_socket) {
+        // An error signalled during the call has torn the socket down already.
+        KAVRO_TRACE_INFO(QStringLiteral("Probably you're trying to connect to the wrong host (%1) and port (%2)")
+                             .arg(m_host)
+                             .arg(m_port));
+        return;
+    }
+
+    m_socket->setReadBufferSize(0);
+    if (m_separator) {
+        disconnect(m_separator, nullptr, this, nullptr);
+        delete m_separator;
+    }
+    m_separator = new XmlSeparator(m_socket, XmlSeparator::LengthPrefixLittleEndian, m_socket);
+    m_separator->setMaxMessageSize(m_maxMessageSize);
+    connect(m_separator, &XmlSeparator::xmlReceived, this, &CommandSenderSocket::sl_handleNewMessage);
+    connect(m_separator, &XmlSeparator::errorOccured, this, &CommandSenderSocket::sl_handleXmlError);
+    connect(m_separator, &XmlSeparator::messageTooLarge, this, &CommandSenderSocket::messageTooLarge);
+}
+
+void CommandSenderSocket::sl_connected()
+{
+    setConnected(true);
+    m_lastSocketError = -2;
+    Q_EMIT si_connected();
+}
+
+void CommandSenderSocket::sl_stateChanged(QAbstractSocket::SocketState state)
+{
+    setConnected(m_socket && m_socket->isValid() && state == QAbstractSocket::ConnectedState);
+}
+
+void CommandSenderSocket::sl_disconnected()
+{
+    setConnected(false);
+    m_awaitingReply = false;
+    m_replyTimer->stop();
+    startReconnectTimer();
+    Q_EMIT si_disconnected();
+}
+
+void CommandSenderSocket::sl_handleTcpError(QAbstractSocket::SocketError error)
+{
+    Q_UNUSED(error)
+    if (m_socket && m_socket->error() != m_lastSocketError) {
+        m_lastSocketError = m_socket->error();
+        KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::HandleTcpError: %1").arg(m_socket->errorString()));
+    }
+    tearDown();
+}
+
+void CommandSenderSocket::replyOverdue()
+{
+    KAVRO_TRACE_WARNING(QStringLiteral("CommandSenderSocket: no reply within %1 ms, reconnecting").arg(m_replyTimeout));
+    tearDown();
+}
+
+void CommandSenderSocket::messageTooLarge(qint64 size)
+{
+    KAVRO_TRACE_WARNING(QStringLiteral("CommandSenderSocket: refused a message of %1 bytes, more than %2; reconnecting")
+                            .arg(size)
+                            .arg(m_maxMessageSize));
+    tearDown();
+}
+
+void CommandSenderSocket::tearDown()
+{
+    m_awaitingReply = false;
+    m_replyTimer->stop();
+    delete m_separator;
+    m_separator = nullptr;
+    if (m_socket) {
+        if (m_socket->isValid())
+            m_socket->disconnectFromHost();
+        disconnect(m_socket, nullptr, this, nullptr);
+        m_socket->deleteLater();
+        m_socket = nullptr;
+    }
+    startReconnectTimer();
+    // Whoever waits on this connection learns that it is gone, however it went.
+    if (m_connected.load()) {
+        setConnected(false);
+        Q_EMIT si_disconnected();
+    }
+}
+
+void CommandSenderSocket::startReconnectTimer()
+{
+    if (m_reconnectTimer)
+        m_reconnectTimer->start();
+    else
+        KAVRO_TRACE_INFO(QStringLiteral("CommandSenderSocket: no reconnect timer!"));
+}
+
+void CommandSenderSocket::setConnected(bool connected)
+{
+    m_connected.store(connected);
+}
+
+void CommandSenderSocket::sl_sendMessage(QByteArray message)
+{
+    if (!m_separator || m_awaitingReply) {
+        m_pending.enqueue(message);
+        return;
+    }
+    m_awaitingReply = true;
+    if (m_replyTimeout > 0)
+        m_replyTimer->start(m_replyTimeout);
+    m_separator->sendXml(message);
+    writeLogEntry("TX", message);
+}
+
+void CommandSenderSocket::sl_handleNewMessage(QByteArray message)
+{
+    writeLogEntry("RX", message);
+    m_awaitingReply = false;
+    m_replyTimer->stop();
+    if (!m_pending.isEmpty())
+        sl_sendMessage(m_pending.dequeue());
+    Q_EMIT si_newMessage(message);
+}
+
+void CommandSenderSocket::sl_handleXmlError(QString text)
+{
+    KAVRO_TRACE_INFO(QStringLiteral("CommandSenderSocket: XML Error: %1").arg(text));
+}
+
+} // namespace Kavro

@@ -1,0 +1,293 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "xmlseparator_p.h"
+
+#include "boundedinflate_p.h"
+
+#include <QTcpSocket>
+#include <QtEndian>
+
+namespace Kavro
+{
+
+namespace
+{
+constexpr qint64 s_prefixLength = 4;
+// The consumed front of the buffer is dropped once it is this large and at least half the buffer.
+constexpr qint64 s_compactThreshold = 64 * 1024;
+
+bool isWhiteSpace(char byte)
+{
+    return byte == ' ' || byte == '\n' || byte == '\r' || byte == '\t';
+}
+} // namespace
+
+XmlSeparator::XmlSeparator(QTcpSocket *socket, QObject *parent)
+    : XmlSeparator(socket, PlainXml, parent)
+{
+}
+
+XmlSeparator::XmlSeparator(QTcpSocket *socket, Mode mode, QObject *parent)
+    : QObject(parent)
+    , m_mode(mode)
+    , m_socket(socket)
+{
+    connectSocket();
+    connect(this, &XmlSeparator::queued_xmlReceived, this, &XmlSeparator::xmlReceived, Qt::QueuedConnection);
+}
+
+XmlSeparator::~XmlSeparator() = default;
+
+XmlSeparator::Mode XmlSeparator::mode() const
+{
+    return m_mode;
+}
+
+bool XmlSeparator::isCompressingOutgoing() const
+{
+    return m_compressOutgoing;
+}
+
+bool XmlSeparator::isUncompressingIncoming() const
+{
+    return m_uncompressIncoming;
+}
+
+qint64 XmlSeparator::maxMessageSize() const
+{
+    return m_maxMessageSize;
+}
+
+void XmlSeparator::setMaxMessageSize(qint64 bytes)
+{
+    m_maxMessageSize = bytes;
+}
+
+void XmlSeparator::connectSocket()
+{
+    disconnectSocket();
+    m_readyReadConnection = connect(m_socket, &QIODevice::readyRead, this, &XmlSeparator::readNewData);
+}
+
+void XmlSeparator::disconnectSocket()
+{
+    disconnect(m_readyReadConnection);
+}
+
+bool XmlSeparator::sendXml(const QByteArray &Xml)
+{
+    QByteArray bytes;
+    switch (m_mode) {
+    case PlainXml:
+        bytes = Xml;
+        break;
+    case LengthPrefixBigEndian:
+    case LengthPrefixLittleEndian: {
+        const QByteArray payload = m_compressOutgoing ? qCompress(Xml, m_compressionLevel) : Xml;
+        bytes.resize(s_prefixLength);
+        const auto length = static_cast<quint32>(payload.size());
+        if (m_mode == LengthPrefixBigEndian)
+            qToBigEndian(length, bytes.data());
+        else
+            qToLittleEndian(length, bytes.data());
+        bytes.append(payload);
+        break;
+    }
+    default:
+        return false;
+    }
+    return m_socket->write(bytes) == bytes.size();
+}
+
+void XmlSeparator::setEnabled(bool bEnabled)
+{
+    bEnabled ? resume() : pause();
+}
+
+void XmlSeparator::setDisabled(bool bDisabled)
+{
+    bDisabled ? pause() : resume();
+}
+
+void XmlSeparator::pause()
+{
+    m_stopped = true;
+    disconnectSocket();
+}
+
+void XmlSeparator::resume()
+{
+    m_stopped = false;
+    connectSocket();
+    readNewData();
+}
+
+void XmlSeparator::reset()
+{
+    m_reader.clear();
+    m_document.clear();
+    m_buffer.clear();
+    m_offset = 0;
+    m_stopped = false;
+    connectSocket();
+}
+
+qint64 XmlSeparator::available() const
+{
+    return m_buffer.size() - m_offset;
+}
+
+void XmlSeparator::consume(qint64 count)
+{
+    m_offset += count;
+    if (m_offset == m_buffer.size()) {
+        m_buffer.clear();
+        m_offset = 0;
+    }
+}
+
+void XmlSeparator::scheduleRead()
+{
+    if (m_readScheduled)
+        return;
+    m_readScheduled = true;
+    QMetaObject::invokeMethod(this, &XmlSeparator::readScheduledData, Qt::QueuedConnection);
+}
+
+void XmlSeparator::readScheduledData()
+{
+    m_readScheduled = false;
+    if (!m_stopped)
+        readNewData();
+}
+
+void XmlSeparator::readNewData()
+{
+    if (m_offset >= s_compactThreshold && m_offset * 2 >= m_buffer.size()) {
+        m_buffer.remove(0, m_offset);
+        m_offset = 0;
+    }
+    m_buffer.append(m_socket->readAll());
+
+    if (m_mode == AutoDetect && !detectMode())
+        return;
+    if (m_mode == PlainXml) {
+        cutPlainXml();
+        return;
+    }
+    cutLengthPrefixedFrame();
+    if (available() > 0 && !m_stopped)
+        scheduleRead();
+}
+
+bool XmlSeparator::detectMode()
+{
+    if (available() < s_prefixLength)
+        return false;
+    const char *first = m_buffer.constData() + m_offset;
+    if (first[0] == 0)
+        m_mode = LengthPrefixBigEndian;
+    else if (first[3] == 0)
+        m_mode = LengthPrefixLittleEndian;
+    else
+        m_mode = PlainXml;
+    m_buffer.append(m_socket->readAll());
+    return true;
+}
+
+void XmlSeparator::cutLengthPrefixedFrame()
+{
+    if (available() < s_prefixLength)
+        return;
+    const char *frame = m_buffer.constData() + m_offset;
+    const qint64 length =
+        m_mode == LengthPrefixBigEndian ? qFromBigEndian<quint32>(frame) : qFromLittleEndian<quint32>(frame);
+    if (length > m_maxMessageSize) {
+        refuse(length);
+        return;
+    }
+    if (available() < s_prefixLength + length)
+        return;
+    const QByteArray payload(frame + s_prefixLength, static_cast<qsizetype>(length));
+    consume(s_prefixLength + length);
+    if (const std::optional<QByteArray> message = unpacked(payload))
+        Q_EMIT queued_xmlReceived(*message);
+}
+
+std::optional<QByteArray> XmlSeparator::unpacked(const QByteArray &payload)
+{
+    if (!m_uncompressIncoming)
+        return payload;
+    QByteArray message;
+    switch (inflateBounded(payload, m_maxMessageSize, &message)) {
+    case InflateResult::Inflated:
+        return message;
+    case InflateResult::NotCompressed:
+        // A peer that sends plain payloads costs one failed attempt only.
+        m_compressOutgoing = false;
+        m_uncompressIncoming = false;
+        return payload;
+    case InflateResult::TooLarge:
+        break;
+    }
+    refuse(m_maxMessageSize + 1);
+    return std::nullopt;
+}
+
+void XmlSeparator::refuse(qint64 size)
+{
+    pause();
+    Q_EMIT messageTooLarge(size);
+}
+
+QByteArray XmlSeparator::nextChunk(bool skipWhiteSpace)
+{
+    if (skipWhiteSpace) {
+        qint64 skipped = 0;
+        while (skipped < available() && isWhiteSpace(m_buffer.at(m_offset + skipped)))
+            ++skipped;
+        consume(skipped);
+    }
+    if (available() == 0)
+        return QByteArray();
+    const qint64 tagEnd = m_buffer.indexOf('>', m_offset);
+    const qint64 length = tagEnd < 0 ? available() : tagEnd + 1 - m_offset;
+    QByteArray chunk = m_buffer.mid(m_offset, length);
+    consume(length);
+    return chunk;
+}
+
+void XmlSeparator::cutPlainXml()
+{
+    // The reader is fed one tag at a time, so it stops exactly at the end of
+    // a document and the next document's bytes stay in the buffer.
+    QByteArray chunk = nextChunk(m_reader.characterOffset() == 0);
+    while (!chunk.isEmpty()) {
+        m_reader.addData(chunk);
+        m_document.append(chunk);
+        if (m_document.size() > m_maxMessageSize) {
+            refuse(m_document.size());
+            return;
+        }
+        // After running out of input the reader resumes at the next readNext().
+        QXmlStreamReader::TokenType token;
+        do {
+            token = m_reader.readNext();
+        } while (!m_reader.hasError() && token != QXmlStreamReader::EndDocument);
+
+        if (token == QXmlStreamReader::EndDocument) {
+            Q_EMIT queued_xmlReceived(m_document);
+            m_document.clear();
+            m_reader.clear();
+            chunk = nextChunk(true);
+        } else if (m_reader.error() == QXmlStreamReader::PrematureEndOfDocumentError) {
+            chunk = nextChunk(false);
+        } else {
+            pause();
+            Q_EMIT errorOccured(m_reader.errorString());
+            return;
+        }
+    }
+}
+
+} // namespace Kavro

@@ -1,0 +1,75 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#ifndef KAVRO_TESTS_FAKESERVER_H
+#define KAVRO_TESTS_FAKESERVER_H
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QTcpServer>
+
+#include <functional>
+
+class QTcpSocket;
+
+/*!
+ * A scriptable stand-in for the archive server on 127.0.0.1.
+ *
+ * It listens on a free port, records every frame that arrives (4-byte
+ * little-endian length, then the payload) and sends whatever the test says:
+ * frames in either byte order, compressed or plain, raw bytes in pieces,
+ * garbage, or nothing at all. A responder can answer each request frame.
+ */
+class FakeServer : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum Framing { LittleEndian, BigEndian, Plain };
+    //! Answers one request payload with the payloads to send back (little-endian frames).
+    using Responder = std::function<QList<QByteArray>(const QByteArray &request)>;
+
+    explicit FakeServer(QObject *parent = nullptr);
+    ~FakeServer() override;
+
+    //! Listens on \a port, or on a free one when 0; true on success.
+    bool listen(quint16 port = 0);
+    quint16 port() const;
+    //! Stops listening and drops every client.
+    void close();
+    //! Closes the current client's connection from the server side.
+    void dropClient();
+    bool hasClient() const;
+    bool waitForClient(int timeout = 10000);
+
+    //! Every byte received from the current client, frames or not.
+    QByteArray rawReceived() const;
+    QList<QByteArray> frames() const;
+    bool waitForFrames(int count, int timeout = 10000);
+    void setResponder(Responder responder);
+
+    //! One message in \a framing; compressed in Qt's format when asked.
+    static QByteArray frame(const QByteArray &payload, Framing framing = LittleEndian, bool compressed = false);
+    //! Sends \a payload as one frame to the current client.
+    void send(const QByteArray &payload, Framing framing = LittleEndian, bool compressed = false);
+    //! Sends \a bytes as they are, in writes of \a pieceSize bytes (all at once when 0).
+    void sendRaw(const QByteArray &bytes, int pieceSize = 0);
+
+Q_SIGNALS:
+    void frameReceived(const QByteArray &payload);
+    void clientConnected();
+
+private:
+    void acceptClient();
+    void readClient();
+
+    QTcpServer m_server;
+    QPointer<QTcpSocket> m_client;
+    QByteArray m_raw;
+    QByteArray m_received;
+    QList<QByteArray> m_frames;
+    Responder m_responder;
+};
+
+#endif

@@ -1,0 +1,298 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "fakeserver.h"
+#include "xmlseparator_p.h"
+
+#include <QSignalSpy>
+#include <QTcpSocket>
+#include <QTest>
+
+#include <memory>
+
+using Kavro::XmlSeparator;
+
+namespace
+{
+QByteArray document(const char *root, int padding = 0)
+{
+    return "<?xml version=\"1.0\"?><" + QByteArray(root) + ">" + QByteArray(padding, 'x') + "</" + root + ">";
+}
+
+} // namespace
+
+class tst_XmlSeparator : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void receive_data();
+    void receive();
+    void autoDetectWaitsForFourBytes();
+    void oneFramePerTurnOfTheEventLoop();
+    void plainPayloadSwitchesUnpackingOff();
+    void malformedXmlStopsUntilReset();
+    void pauseAndResume();
+    void send_data();
+    void send();
+    void tooLarge_data();
+    void tooLarge();
+
+private:
+    void connectSeparator(XmlSeparator::Mode mode);
+
+    std::unique_ptr<FakeServer> m_server;
+    std::unique_ptr<QTcpSocket> m_client;
+    std::unique_ptr<XmlSeparator> m_separator;
+};
+
+void tst_XmlSeparator::init()
+{
+    m_server = std::make_unique<FakeServer>();
+    QVERIFY(m_server->listen());
+    m_client = std::make_unique<QTcpSocket>();
+    m_client->connectToHost(QHostAddress::LocalHost, m_server->port());
+    QVERIFY(m_client->waitForConnected(10000));
+    QVERIFY(m_server->waitForClient());
+}
+
+void tst_XmlSeparator::cleanup()
+{
+    m_separator.reset();
+    m_client.reset();
+    m_server.reset();
+}
+
+void tst_XmlSeparator::connectSeparator(XmlSeparator::Mode mode)
+{
+    m_separator = std::make_unique<XmlSeparator>(m_client.get(), mode, nullptr);
+}
+
+void tst_XmlSeparator::receive_data()
+{
+    QTest::addColumn<XmlSeparator::Mode>("mode");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<int>("pieceSize"); // 0: one write
+    QTest::addColumn<QList<QByteArray>>("messages");
+    QTest::addColumn<XmlSeparator::Mode>("detected");
+
+    const QByteArray a = document("a", 300 - 30);
+    const QByteArray b = document("b");
+    const auto le = [](const QByteArray &payload) {
+        return FakeServer::frame(payload);
+    };
+    const auto be = [](const QByteArray &payload) {
+        return FakeServer::frame(payload, FakeServer::BigEndian);
+    };
+    const auto packed = [](const QByteArray &payload) {
+        return FakeServer::frame(payload, FakeServer::LittleEndian, true);
+    };
+    using Mode = XmlSeparator::Mode;
+
+    QTest::newRow("little-endian detected")
+        << Mode::AutoDetect << le(a) << 0 << QList<QByteArray>{a} << Mode::LengthPrefixLittleEndian;
+    QTest::newRow("big-endian detected") << Mode::AutoDetect << be(a) << 0 << QList<QByteArray>{a}
+                                         << Mode::LengthPrefixBigEndian;
+    QTest::newRow("plain XML detected") << Mode::AutoDetect << a + b << 0 << QList<QByteArray>{a, b} << Mode::PlainXml;
+    QTest::newRow("frame split at every byte")
+        << Mode::AutoDetect << le(a) << 1 << QList<QByteArray>{a} << Mode::LengthPrefixLittleEndian;
+    QTest::newRow("three frames in one write") << Mode::LengthPrefixLittleEndian << le(a) + le(b) + le(a) << 0
+                                               << QList<QByteArray>{a, b, a} << Mode::LengthPrefixLittleEndian;
+    QTest::newRow("compressed frames unpacked")
+        << Mode::LengthPrefixBigEndian << FakeServer::frame(a, FakeServer::BigEndian, true) << 0 << QList<QByteArray>{a}
+        << Mode::LengthPrefixBigEndian;
+    QTest::newRow("compressed split at every byte") << Mode::LengthPrefixLittleEndian << packed(a) + packed(b) << 1
+                                                    << QList<QByteArray>{a, b} << Mode::LengthPrefixLittleEndian;
+    QTest::newRow("empty payload") << Mode::LengthPrefixLittleEndian << le(QByteArray()) + le(b) << 0
+                                   << QList<QByteArray>{QByteArray(), b} << Mode::LengthPrefixLittleEndian;
+    QTest::newRow("header claiming 2 GiB is not trusted")
+        << Mode::LengthPrefixLittleEndian << le(QByteArray("\x7f\xff\xff\xff\x78\x9c garbage", 16)) << 0
+        << QList<QByteArray>{QByteArray("\x7f\xff\xff\xff\x78\x9c garbage", 16)} << Mode::LengthPrefixLittleEndian;
+    QTest::newRow("white space between documents") << Mode::PlainXml << a + " \r\n\t " + b + "\n"
+                                                   << 0 << QList<QByteArray>{a, b} << Mode::PlainXml;
+    QTest::newRow("documents split at every byte")
+        << Mode::PlainXml << a + "\n" + b << 1 << QList<QByteArray>{a, b} << Mode::PlainXml;
+    QTest::newRow("split inside a tag") << Mode::PlainXml << b << 25 << QList<QByteArray>{b} << Mode::PlainXml;
+    QTest::newRow("multi-byte text and > in content")
+        << Mode::PlainXml << QByteArray("<r>gr\xc3\xbc\xc3\x9f > 1</r><s/>") << 3
+        << QList<QByteArray>{QByteArray("<r>gr\xc3\xbc\xc3\x9f > 1</r>"), QByteArray("<s/>")} << Mode::PlainXml;
+}
+
+void tst_XmlSeparator::receive()
+{
+    QFETCH(XmlSeparator::Mode, mode);
+    QFETCH(QByteArray, bytes);
+    QFETCH(int, pieceSize);
+    QFETCH(QList<QByteArray>, messages);
+    QFETCH(XmlSeparator::Mode, detected);
+
+    connectSeparator(mode);
+    QSignalSpy received(m_separator.get(), &XmlSeparator::xmlReceived);
+    m_server->sendRaw(bytes, pieceSize);
+
+    QTRY_COMPARE(received.size(), messages.size());
+    for (int i = 0; i < messages.size(); ++i)
+        QCOMPARE(received.at(i).at(0).toByteArray(), messages.at(i));
+    QCOMPARE(m_separator->mode(), detected);
+}
+
+void tst_XmlSeparator::autoDetectWaitsForFourBytes()
+{
+    connectSeparator(XmlSeparator::AutoDetect);
+    QSignalSpy received(m_separator.get(), &XmlSeparator::xmlReceived);
+    QSignalSpy reads(m_client.get(),
+                     &QIODevice::readyRead); // connected after the separator: it has read when this fires
+
+    const QByteArray frame = FakeServer::frame(document("a", 300));
+    m_server->sendRaw(frame.left(3));
+    QVERIFY(reads.wait());
+    QCOMPARE(m_separator->mode(), XmlSeparator::AutoDetect);
+
+    m_server->sendRaw(frame.mid(3, 300)); // the whole prefix, part of the payload
+    QTRY_COMPARE(m_separator->mode(), XmlSeparator::LengthPrefixLittleEndian);
+    QCOMPARE(received.size(), 0);
+
+    m_server->sendRaw(frame.mid(303));
+    QTRY_COMPARE(received.size(), 1);
+}
+
+void tst_XmlSeparator::oneFramePerTurnOfTheEventLoop()
+{
+    connectSeparator(XmlSeparator::LengthPrefixLittleEndian);
+    int cut = 0;
+    QList<int> cutWhenDelivered;
+    connect(m_separator.get(), &XmlSeparator::queued_xmlReceived, this, [&cut] {
+        ++cut;
+    });
+    connect(m_separator.get(), &XmlSeparator::xmlReceived, this, [&] {
+        cutWhenDelivered.append(cut);
+    });
+
+    m_server->sendRaw(FakeServer::frame("1") + FakeServer::frame("2") + FakeServer::frame("3"));
+    QTRY_COMPARE(cutWhenDelivered.size(), 3);
+    // Each message reaches its receiver before the next one is cut.
+    QCOMPARE(cutWhenDelivered, QList<int>({1, 2, 3}));
+}
+
+void tst_XmlSeparator::plainPayloadSwitchesUnpackingOff()
+{
+    connectSeparator(XmlSeparator::LengthPrefixLittleEndian);
+    QSignalSpy received(m_separator.get(), &XmlSeparator::xmlReceived);
+    QVERIFY(m_separator->isUncompressingIncoming());
+
+    const QByteArray plain = document("plain");
+    const QByteArray packed = qCompress(document("packed"));
+    m_server->sendRaw(FakeServer::frame(plain) + FakeServer::frame(packed));
+    QTRY_COMPARE(received.size(), 2);
+    QCOMPARE(received.at(0).at(0).toByteArray(), plain);
+    QCOMPARE(received.at(1).at(0).toByteArray(), packed); // no longer unpacked
+    QVERIFY(!m_separator->isUncompressingIncoming());
+    QVERIFY(!m_separator->isCompressingOutgoing());
+}
+
+void tst_XmlSeparator::malformedXmlStopsUntilReset()
+{
+    connectSeparator(XmlSeparator::PlainXml);
+    QSignalSpy received(m_separator.get(), &XmlSeparator::xmlReceived);
+    QSignalSpy errors(m_separator.get(), &XmlSeparator::errorOccured);
+
+    m_server->sendRaw("<a><b></a>");
+    QVERIFY(errors.wait());
+    QCOMPARE(errors.at(0).at(0).toString(), QStringLiteral("Opening and ending tag mismatch."));
+
+    QSignalSpy reads(m_client.get(), &QIODevice::readyRead);
+    m_server->sendRaw(document("later"));
+    QVERIFY(reads.wait());
+    QCoreApplication::processEvents();
+    QCOMPARE(received.size(), 0);
+    QCOMPARE(errors.size(), 1);
+
+    // The separator's own buffer is cleared; what waited in the socket is read.
+    m_separator->reset();
+    m_server->sendRaw(document("fresh"));
+    QTRY_COMPARE(received.size(), 2);
+    QCOMPARE(received.at(0).at(0).toByteArray(), document("later"));
+    QCOMPARE(received.at(1).at(0).toByteArray(), document("fresh"));
+}
+
+void tst_XmlSeparator::pauseAndResume()
+{
+    connectSeparator(XmlSeparator::LengthPrefixLittleEndian);
+    QSignalSpy received(m_separator.get(), &XmlSeparator::xmlReceived);
+
+    m_separator->setEnabled(false);
+    m_server->send("held");
+    QTRY_VERIFY(m_client->bytesAvailable() > 0); // stays in the socket
+    QCoreApplication::processEvents();
+    QCOMPARE(received.size(), 0);
+
+    m_separator->setDisabled(false);
+    QTRY_COMPARE(received.size(), 1);
+    QCOMPARE(received.at(0).at(0).toByteArray(), QByteArray("held"));
+}
+
+void tst_XmlSeparator::send_data()
+{
+    QTest::addColumn<XmlSeparator::Mode>("mode");
+    QTest::addColumn<bool>("accepted");
+    QTest::addColumn<QByteArray>("wire");
+
+    const QByteArray xml = document("request");
+    QTest::newRow("auto-detect writes nothing") << XmlSeparator::AutoDetect << false << QByteArray();
+    QTest::newRow("plain") << XmlSeparator::PlainXml << true << xml;
+    QTest::newRow("little-endian") << XmlSeparator::LengthPrefixLittleEndian << true << FakeServer::frame(xml);
+    QTest::newRow("big-endian") << XmlSeparator::LengthPrefixBigEndian << true
+                                << FakeServer::frame(xml, FakeServer::BigEndian);
+    QTest::newRow("unknown mode") << static_cast<XmlSeparator::Mode>(7) << false << QByteArray();
+}
+
+void tst_XmlSeparator::send()
+{
+    QFETCH(XmlSeparator::Mode, mode);
+    QFETCH(bool, accepted);
+    QFETCH(QByteArray, wire);
+
+    connectSeparator(mode);
+    QCOMPARE(m_separator->sendXml(document("request")), accepted);
+    // A marker written straight to the socket shows where the separator's bytes end.
+    m_client->write("|end");
+    QTRY_COMPARE(m_server->rawReceived(), wire + "|end");
+}
+
+void tst_XmlSeparator::tooLarge_data()
+{
+    QTest::addColumn<XmlSeparator::Mode>("mode");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<qint64>("reported");
+
+    QTest::newRow("frame length over the limit, refused before the payload")
+        << XmlSeparator::LengthPrefixLittleEndian << FakeServer::frame(QByteArray(2000, 'x')).left(4) << qint64(2000);
+    QTest::newRow("big-endian length of 4 GiB")
+        << XmlSeparator::LengthPrefixBigEndian << QByteArray("\xff\xff\xff\xff", 4) << qint64(0xffffffff);
+    QTest::newRow("small frame unpacking past the limit")
+        << XmlSeparator::LengthPrefixLittleEndian
+        << FakeServer::frame(QByteArray(100000, '\0'), FakeServer::LittleEndian, true) << qint64(1001);
+    QTest::newRow("plain document growing past the limit")
+        << XmlSeparator::PlainXml << QByteArray("<a>") + QByteArray(1000, 'x') + QByteArray("<b>") << qint64(1006);
+}
+
+void tst_XmlSeparator::tooLarge()
+{
+    QFETCH(XmlSeparator::Mode, mode);
+    QFETCH(QByteArray, bytes);
+    QFETCH(qint64, reported);
+
+    connectSeparator(mode);
+    m_separator->setMaxMessageSize(1000);
+    QSignalSpy received(m_separator.get(), &XmlSeparator::xmlReceived);
+    QSignalSpy refused(m_separator.get(), &XmlSeparator::messageTooLarge);
+
+    m_server->sendRaw(bytes);
+    QVERIFY(refused.wait());
+    QCOMPARE(refused.at(0).at(0).toLongLong(), reported);
+    QCOMPARE(received.size(), 0);
+}
+
+QTEST_GUILESS_MAIN(tst_XmlSeparator)
+#include "tst_xmlseparator.moc"
