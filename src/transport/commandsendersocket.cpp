@@ -228,8 +228,12 @@ void CommandSenderSocket::tearDown()
 {
     m_awaitingReply = false;
     m_replyTimer->stop();
-    delete m_separator;
-    m_separator = nullptr;
+    if (m_separator) {
+        // The separator may be the caller (a refused message): it goes with the event loop.
+        disconnect(m_separator, nullptr, this, nullptr);
+        m_separator->deleteLater();
+        m_separator = nullptr;
+    }
     if (m_socket) {
         if (m_socket->isValid())
             m_socket->disconnectFromHost();

@@ -34,7 +34,7 @@ class XmlSeparator : public QObject
     Q_OBJECT
 
 public:
-    enum Mode {
+    enum Mode : qint32 {
         AutoDetect = 0,
         PlainXml = 1,
         LengthPrefixBigEndian = 2,

@@ -106,9 +106,10 @@ void tst_XmlSeparator::receive_data()
                                                     << QList<QByteArray>{a, b} << Mode::LengthPrefixLittleEndian;
     QTest::newRow("empty payload") << Mode::LengthPrefixLittleEndian << le(QByteArray()) + le(b) << 0
                                    << QList<QByteArray>{QByteArray(), b} << Mode::LengthPrefixLittleEndian;
+    const QByteArray claims2GiB("\x7f\xff\xff\xff\x78\x9c garbage");
     QTest::newRow("header claiming 2 GiB is not trusted")
-        << Mode::LengthPrefixLittleEndian << le(QByteArray("\x7f\xff\xff\xff\x78\x9c garbage", 16)) << 0
-        << QList<QByteArray>{QByteArray("\x7f\xff\xff\xff\x78\x9c garbage", 16)} << Mode::LengthPrefixLittleEndian;
+        << Mode::LengthPrefixLittleEndian << le(claims2GiB) << 0 << QList<QByteArray>{claims2GiB}
+        << Mode::LengthPrefixLittleEndian;
     QTest::newRow("white space between documents") << Mode::PlainXml << a + " \r\n\t " + b + "\n"
                                                    << 0 << QList<QByteArray>{a, b} << Mode::PlainXml;
     QTest::newRow("documents split at every byte")
