@@ -36,6 +36,7 @@ CommandSenderSocket::CommandSenderSocket(const QString &host, quint16 port)
     , m_port(port)
 {
     const Settings settings(Settings::kavroSection());
+    m_reconnectInterval = settings.intValue(QStringLiteral("ReconnectIntervalMs"), defaultReconnectInterval);
     m_replyTimeout = settings.intValue(QStringLiteral("ReplyTimeoutMs"), defaultReplyTimeout);
     m_maxMessageSize = settings.intValue(QStringLiteral("MaxMessageSize"), XmlSeparator::defaultMaxMessageSize);
     openMessageLog();
@@ -271,6 +272,16 @@ void CommandSenderSocket::sl_sendMessage(QByteArray message)
     m_awaitingReply = true;
     if (m_replyTimeout > 0)
         m_replyTimer->start(m_replyTimeout);
+    m_separator->sendXml(message);
+    writeLogEntry("TX", message);
+}
+
+void CommandSenderSocket::sl_sendAnswer(QByteArray message)
+{
+    if (!m_separator || !isConnected()) {
+        KAVRO_TRACE_WARNING(QStringLiteral("CommandSenderSocket: not connected, answer dropped"));
+        return;
+    }
     m_separator->sendXml(message);
     writeLogEntry("TX", message);
 }

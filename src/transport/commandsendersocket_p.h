@@ -30,7 +30,7 @@ class XmlSeparator;
  * connection is down it is re-established every reconnectInterval() ms. A
  * reply overdue by replyTimeout() ms, or a message larger than the
  * "MaxMessageSize" setting, tears the connection down and re-establishes it;
- * the FIFO survives.
+ * the FIFO survives. The interval comes from the setting "ReconnectIntervalMs".
  *
  * The object lives on its own thread and is reached through queued calls;
  * isConnected() may be read from any thread.
@@ -71,6 +71,8 @@ Q_SIGNALS:
 
 public Q_SLOTS:
     void sl_sendMessage(QByteArray message);
+    //! Sends a message that expects no reply, such as an answer to the server, without taking the line.
+    void sl_sendAnswer(QByteArray message);
     void sl_handleNewMessage(QByteArray message);
     void sl_handleXmlError(QString text);
     void sl_connect();

@@ -1,0 +1,599 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "commandsender_p.h"
+
+#include <kavro/kavroerrorstring.h>
+
+#include "commandsendersocket_p.h"
+#include "messages_p.h"
+#include "soapreply_p.h"
+#include "trace_p.h"
+
+#include <QTimer>
+#include <QUuid>
+
+namespace Kavro
+{
+
+namespace
+{
+// Codes from this value on are handed on as ErrorUnknown by most handlers.
+constexpr int s_errorLimit = 70;
+} // namespace
+
+/*!
+ * One reply the dispatcher understands: its error trace and how it is handed on.
+ * The position in table() is the reply's position in the dispatcher's table.
+ */
+struct ReplyHandler {
+    using Emit = void (*)(CommandSender &, const SoapReply &, int error, const QString &errorString);
+
+    const char *name;
+    const char *errorTrace; // "%1 (%2)": error text and code; null for none
+    bool limitErrors;
+    Emit emitReply;
+
+    static const QList<ReplyHandler> &table();
+    static int position(const QString &name);
+};
+
+const QList<ReplyHandler> &ReplyHandler::table()
+{
+    using S = CommandSender;
+    using R = SoapReply;
+    static const QList<ReplyHandler> handlers = {
+        {"CreateFileGroupReply", "Error while creating file group: %1 (%2)", true,
+         [](S &s, const R &r, int, const QString &) {
+             Q_EMIT s.createFileGroupReply(r.values.value(QStringLiteral("Guid")),
+                                           r.values.value(QStringLiteral("Path")));
+         }},
+        {"AddFileReply", "Error while adding file: %1 (%2)", true,
+         [](S &s, const R &r, int, const QString &) {
+             Q_EMIT s.addFileReply(r.requestId, r.values.value(QStringLiteral("FileId")).toUInt());
+         }},
+        {"DeleteFileReply", "Error while deleting file group: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.deleteFileReply(r.requestId, e, t);
+         }},
+        {"RequestFileReply", "Error while requesting file: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.requestFileReply(r.requestId, r.values.value(QStringLiteral("Path")), e, t);
+         }},
+        {"CloseFileReply", "Error while closing file: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.closeFileReply(r.requestId, e, t);
+         }},
+        {"MoveToNasReply", "Error while moving to NAS: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.moveToNasReply(r.requestId, e, t);
+         }},
+        {"AddReferenceReply", "Error while adding reference: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.addReferenceReply(r.requestId, e, t);
+         }},
+        {"RemoveReferenceReply", "Error while removing reference: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.removeReferenceReply(r.requestId, e, t);
+         }},
+        {"RemoveAllReferencesReply", "Error while removing all references: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.removeAllReferenceReply(r.requestId, e, t);
+         }},
+        {"QueryMetaDataReply", nullptr, true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.queryMetaDataReply(r.requestId, r.groups.value(0), e, t);
+         }},
+        {"GetApplicationListReply", "Error while getting application list: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.getApplicationListReply(r.requestId, r.list, e, t);
+         }},
+        {"GetFileListReply", "Error while getting file list: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.getFileListReply(r.requestId, r.list, e, t);
+         }},
+        {"GetUserListReply", "Error while getting user list: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.getUserListReply(r.requestId, r.list, e, t);
+         }},
+        {"QueryFileGroupsReply", "Error while getting user list: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             // The result table: the column headers, then one row per group.
+             QStringList cells;
+             FileGroupData::GetHeaders(cells);
+             const int columns = cells.size();
+             for (const FileGroupData &group : r.groups)
+                 group.ToStringList(cells);
+             Q_EMIT s.queryFileGroupsReply(r.requestId, cells, columns, e, t);
+         }},
+        {"GetBasePathReply", "Error while getting base path: %1 (%2)", true,
+         [](S &s, const R &r, int, const QString &) {
+             s.handleBasePath(r.values.value(QStringLiteral("Path")));
+         }},
+        {"ExportArchiveReply", "Error while exporting archive: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.exportArchiveReply(r.requestId, e, t);
+         }},
+        {"ImportArchiveReply", "Error while importing archive: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.importArchiveReply(r.requestId, e, t);
+         }},
+        {"CreateRovecFileGroupReply", "Error while creating file group: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.createRovecFileGroupReply(r.values.value(QStringLiteral("Guid")),
+                                                r.values.value(QStringLiteral("Path")), e, t);
+         }},
+        {"RegisterConverterReply", "Error while getting register converter reply: %1 (%2)", false,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.registerConverterReply(r.requestId, e, t);
+         }},
+        {"DeleteFileGroupReply", "Error while getting delete filegroup reply: %1 (%2)", true,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.deleteFileGroupReply(r.requestId, e, t);
+         }},
+        {"QueryLocationStateProgressReply", "Error while getting QueryLocationStateProgress reply: %1 (%2)", false,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.queryLocationStateProgressReply(r.requestId,
+                                                      r.values.value(QStringLiteral("LocationState")).toInt(),
+                                                      r.values.value(QStringLiteral("CopyProgress")).toDouble(), e, t);
+         }},
+        {"CheckFileGroupExistsReply", "Error while getting QueryLocationStateProgress reply: %1 (%2)", false,
+         [](S &s, const R &r, int e, const QString &t) {
+             Q_EMIT s.checkFileGroupExistsReply(
+                 r.requestId, r.values.value(QStringLiteral("Exists")) == QLatin1String("true"), e, t);
+         }},
+        {"CopyForeignFileGroupProgress", "Error while getting progress: %1 (%2)", false,
+         [](S &s, const R &r, int, const QString &) {
+             Q_EMIT s.copyForeignFileGroupProgess(r.requestId,
+                                                  r.values.value(QStringLiteral("CopyProgress")).toFloat());
+         }},
+        {"ConvertFileGroup", nullptr, false,
+         [](S &s, const R &r, int, const QString &) {
+             Q_EMIT s.convertFileGroupRequested(
+                 r.values.value(QStringLiteral("Guid")),
+                 static_cast<FileType>(r.values.value(QStringLiteral("FileType")).toInt()),
+                 r.values.value(QStringLiteral("Path")));
+         }},
+    };
+    return handlers;
+}
+
+int ReplyHandler::position(const QString &name)
+{
+    const QList<ReplyHandler> &handlers = table();
+    for (int i = 0; i < handlers.size(); ++i) {
+        if (name == QLatin1String(handlers.at(i).name))
+            return i;
+    }
+    return -1;
+}
+
+CommandSender::CommandSender(const QString &host, quint16 port, const QString &application, const QString &user,
+                             const QString &team)
+    : m_host(host)
+    , m_port(port)
+    , m_application(application)
+    , m_user(user)
+    , m_team(team)
+{
+    m_socketThread.setObjectName(QStringLiteral("commandSocketThread"));
+}
+
+CommandSender::~CommandSender()
+{
+    m_socketThread.quit();
+    m_socketThread.wait();
+}
+
+QString CommandSender::GetHost() const
+{
+    return m_host;
+}
+
+quint16 CommandSender::GetPort() const
+{
+    return m_port;
+}
+
+int CommandSender::GetLastError() const
+{
+    return m_lastError.load();
+}
+
+QString CommandSender::GetApplication() const
+{
+    const QMutexLocker locker(&m_identityMutex);
+    return m_application;
+}
+
+void CommandSender::SetApplication(const QString &application)
+{
+    const QMutexLocker locker(&m_identityMutex);
+    m_application = application;
+}
+
+QString CommandSender::GetUser() const
+{
+    const QMutexLocker locker(&m_identityMutex);
+    return m_user;
+}
+
+void CommandSender::SetUser(const QString &user)
+{
+    const QMutexLocker locker(&m_identityMutex);
+    m_user = user;
+}
+
+QString CommandSender::GetTeamMembership() const
+{
+    const QMutexLocker locker(&m_identityMutex);
+    return m_team;
+}
+
+void CommandSender::SetTeamMembership(const QString &team)
+{
+    const QMutexLocker locker(&m_identityMutex);
+    m_team = team;
+}
+
+void CommandSender::setCheckInterval(int milliseconds)
+{
+    m_checkInterval = milliseconds;
+}
+
+void CommandSender::start()
+{
+    if (m_socketThread.isRunning()) {
+        m_socketThread.quit();
+        m_socketThread.wait();
+    }
+    delete m_socket.exchange(nullptr);
+
+    auto *socket = new CommandSenderSocket(m_host, m_port);
+    socket->moveToThread(&m_socketThread);
+    connect(socket, &CommandSenderSocket::si_newMessage, this, &CommandSender::SlotHandleXmlReply);
+    connect(socket, &CommandSenderSocket::si_connected, this, &CommandSender::SlotConnected);
+    connect(socket, &CommandSenderSocket::si_disconnected, this, &CommandSender::SlotDisconnected);
+    connect(&m_socketThread, &QThread::finished, socket, &QObject::deleteLater);
+    m_socket.store(socket);
+    m_socketThread.start(QThread::InheritPriority);
+
+    delete m_checkTimer;
+    m_checkTimer = new QTimer(this);
+    m_checkTimer->setInterval(m_checkInterval);
+    connect(m_checkTimer, &QTimer::timeout, this, &CommandSender::SlotCheckConnection);
+    m_checkTimer->start();
+}
+
+void CommandSender::SlotConnected()
+{
+    sendGetBasePath();
+}
+
+void CommandSender::SlotDisconnected()
+{
+    m_connected.store(false);
+    {
+        const QMutexLocker locker(&m_waitersMutex);
+        for (const Waiting &waiting : std::as_const(m_waiters))
+            waiting.waiter->connectionLost();
+    }
+    Q_EMIT disconnected();
+}
+
+void CommandSender::SlotCheckConnection()
+{
+    const CommandSenderSocket *socket = m_socket.load();
+    if (socket && socket->isConnected())
+        sendGetBasePath();
+}
+
+void CommandSender::sendGetBasePath()
+{
+    send(GetBasePathMessage());
+}
+
+void CommandSender::handleBasePath(const QString &path)
+{
+    // The first answer after a connection, whatever its error, makes the client connected.
+    if (!m_connected.exchange(true))
+        Q_EMIT connected(path);
+}
+
+bool CommandSender::CheckIsConnected()
+{
+    const CommandSenderSocket *socket = m_socket.load();
+    if (socket && socket->isConnected() && m_connected.load()) {
+        m_lastError.store(NoError);
+        return true;
+    }
+    m_lastError.store(ErrorNotConnected);
+    KAVRO_TRACE_WARNING(
+        QStringLiteral("CommandSender::CheckIsConnected: %1").arg(KavroErrorString::Get(ErrorNotConnected)));
+    return false;
+}
+
+QString CommandSender::newRequestId()
+{
+    return QUuid::createUuid().toString(QUuid::WithoutBraces);
+}
+
+void CommandSender::addWaiter(const QString &requestId, RequestWaiter *waiter)
+{
+    const QMutexLocker locker(&m_waitersMutex);
+    m_waiters.insert(requestId, {waiter, QString()});
+}
+
+void CommandSender::removeWaiter(const QString &requestId)
+{
+    const QMutexLocker locker(&m_waitersMutex);
+    m_waiters.remove(requestId);
+}
+
+QString CommandSender::send(const KavroClientSOAPMessage &message)
+{
+    {
+        const QMutexLocker locker(&m_waitersMutex);
+        const auto waiting = m_waiters.find(message.requestId());
+        if (waiting != m_waiters.end())
+            waiting->expectedReply = message.command() + QStringLiteral("Reply");
+    }
+    QMetaObject::invokeMethod(m_socket.load(), "sl_sendMessage", Qt::QueuedConnection,
+                              Q_ARG(QByteArray, message.writeRequest()));
+    return message.requestId();
+}
+
+void CommandSender::notifyWaiter(const SoapReply &reply, int error, const QString &errorString)
+{
+    const QMutexLocker locker(&m_waitersMutex);
+    const auto waiting = m_waiters.constFind(reply.requestId);
+    if (waiting == m_waiters.constEnd())
+        return;
+    // A reply the waiter cannot use still releases it, with the reason.
+    if (!reply.known && reply.readError.isEmpty())
+        waiting->waiter->requestHandled(reply, ErrorUnknownReplyCommand,
+                                        KavroErrorString::Get(ErrorUnknownReplyCommand));
+    else if (reply.readError.isEmpty() && reply.command != waiting->expectedReply)
+        waiting->waiter->requestHandled(reply, ErrorReplyCommandMismatch,
+                                        KavroErrorString::Get(ErrorReplyCommandMismatch));
+    else
+        waiting->waiter->requestHandled(reply, error, errorString);
+}
+
+void CommandSender::SlotHandleXmlReply(QByteArray data)
+{
+    const SoapReply reply = readSoapReply(data);
+    const int position = ReplyHandler::position(reply.command);
+    if (position < 0) {
+        if (reply.readError.isEmpty())
+            KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::SlotHandleXmlReply: Unknown command: %1").arg(position));
+        else
+            KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::SlotHandleXmlReply: %1").arg(reply.readError));
+        m_lastError.store(reply.readError.isEmpty() ? ErrorUnknownReplyCommand : ErrorSoapParsing);
+        notifyWaiter(reply, ErrorSoapParsing, reply.readError);
+        Q_EMIT si_requestHandled(reply.requestId);
+        return;
+    }
+
+    const ReplyHandler &handler = ReplyHandler::table().at(position);
+    int error = reply.error;
+    QString errorString = reply.errorString;
+    if (!reply.readError.isEmpty()) {
+        error = ErrorSoapParsing;
+        errorString = reply.readError;
+    } else if (handler.limitErrors && error >= s_errorLimit) {
+        error = ErrorUnknown;
+    }
+    if (qstrcmp(handler.name, "QueryMetaDataReply") == 0) {
+        // This reply reports its error through the code's own text.
+        errorString = KavroErrorString::Get(static_cast<KavroError>(error));
+        if (error != NoError)
+            KAVRO_TRACE_WARNING(
+                QStringLiteral("the filegroup meta data request returned the error: %1").arg(errorString));
+    } else if (error != NoError && handler.errorTrace) {
+        KAVRO_TRACE_WARNING(QLatin1String(handler.errorTrace).arg(errorString).arg(error));
+    }
+    m_lastError.store(error);
+    handler.emitReply(*this, reply, error, errorString);
+    notifyWaiter(reply, error, errorString);
+    Q_EMIT si_requestHandled(reply.requestId);
+}
+
+void CommandSender::SlotHandleXmlError(QString error, bool recoverable)
+{
+    KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::HandleXmlError: XML parse error from %1:%2: %3")
+                            .arg(m_host)
+                            .arg(m_port)
+                            .arg(error));
+    if (!recoverable)
+        KAVRO_TRACE_WARNING(
+            QStringLiteral("CommandSender::HandleXmlError: Cannot recover from error. Closing connection."));
+}
+
+void CommandSender::SlotHandleXmlError(QString error)
+{
+    SlotHandleXmlError(error, false);
+}
+
+// Request methods: check the connection, trace, send.
+
+QString CommandSender::CreateFileGroup(const QString &version, const QDateTime &lifeCycle, const QString &detail,
+                                       const QString &comment, FileType fileType, quint64 reservedStorage,
+                                       const QString &name, const QString &guid, const QString &path,
+                                       const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    const QString user = GetUser();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::CreateFG: guid='%1' group='%2' path='%3' detail='%4' comment='%5' "
+                                    "user='%6' type='%7'")
+                         .arg(guid, name, path, detail, comment, user)
+                         .arg(fileType));
+    return send(CreateFileGroupMessage(comment, guid, detail, name, fileType, lifeCycle, reservedStorage,
+                                       GetTeamMembership(), user, version, path, requestId));
+}
+
+QString CommandSender::CreateRovecFileGroup(const QString &subsystem, const QString &rovecId, const QString &recordId,
+                                            const QString &detail, const QString &comment, const QString &user,
+                                            FileType fileType, const QString &path, const QString &guid,
+                                            const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    const QString userName = user.isEmpty() ? GetUser() : user;
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::CreateRovecFG: guid='%1' rovec='%2' record='%3' detail='%4' "
+                                    "comment='%5' user='%6' subsystem='%7' type='%8' filepath='%9'")
+                         .arg(guid, rovecId, recordId, detail, comment, userName, subsystem)
+                         .arg(fileType)
+                         .arg(path));
+    return send(CreateRovecFileGroupMessage(rovecId, subsystem, recordId, QString(), detail, comment, fileType,
+                                            GetTeamMembership(), userName, guid, path, requestId));
+}
+
+QString CommandSender::DeleteFileGroup(const QString &guid, bool shallow, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::DeleteFG: guid='%1' shallow='%2'")
+                         .arg(guid, KavroClientSOAPMessage::booleanText(shallow)));
+    return send(DeleteFileGroupMessage(guid, shallow, requestId));
+}
+
+QString CommandSender::CheckFileGroupExists(const QString &guid, const QString &requestId)
+{
+    return CheckIsConnected() ? send(CheckFileGroupExistsMessage(guid, requestId)) : QString();
+}
+
+QString CommandSender::QueryMetaData(const QString &guid, const QString &application, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::QueryMetaData: guid='%1' app='%2'").arg(guid, application));
+    return send(QueryMetaDataMessage(guid, application, requestId));
+}
+
+QString CommandSender::QueryLocationStateProgress(const QString &guid, const QString &requestId)
+{
+    return CheckIsConnected() ? send(QueryLocationStateProgressMessage(guid, requestId)) : QString();
+}
+
+QString CommandSender::AddFile(const QString &guid, const QString &fileName, quint32 fileId, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::AddFile: guid='%1' fileid='%2' filename='%3'")
+                         .arg(guid)
+                         .arg(fileId)
+                         .arg(fileName));
+    return send(AddFileMessage(guid, fileName, fileId, requestId));
+}
+
+QString CommandSender::DeleteFile(const QString &guid, quint32 fileId, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::DeleteFile: guid='%1' fileid='%2'").arg(guid).arg(fileId));
+    return send(DeleteFileMessage(guid, fileId, requestId));
+}
+
+QString CommandSender::RequestFile(const QString &guid, quint32 fileId, LockState lock, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    const QString user = GetUser();
+    const QString lockId = QStringLiteral("%1|%2|%3").arg(guid).arg(fileId).arg(user);
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::RequestFile: guid='%1' fileid='%2' lock='%3' lockid='%4'")
+                         .arg(guid)
+                         .arg(fileId)
+                         .arg(lock)
+                         .arg(lockId));
+    return send(RequestFileMessage(guid, fileId, lock == LockWrite, user, requestId));
+}
+
+QString CommandSender::CloseFile(const QString &guid, quint32 fileId, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::CloseFile: guid='%1' fileid='%2'").arg(guid).arg(fileId));
+    return send(CloseFileMessage(guid, fileId, GetUser(), requestId));
+}
+
+QString CommandSender::MoveToNas(const QString &guid, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    const QString user = GetUser();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::MoveToNas: guid='%1' user='%2'").arg(guid, user));
+    return send(MoveToNasMessage(guid, user, requestId));
+}
+
+QString CommandSender::AddReference(const QString &guid, const QString &application, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::AddRef: guid='%1' app='%2'").arg(guid, application));
+    return send(AddReferenceMessage(guid, application, requestId));
+}
+
+QString CommandSender::RemoveReference(const QString &guid, const QString &application, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::RemoveReference: guid='%1'").arg(guid));
+    return send(RemoveReferenceMessage(guid, application, requestId));
+}
+
+QString CommandSender::RemoveAllReferences(const QString &guid, const QString &application, const QString &requestId)
+{
+    if (!CheckIsConnected())
+        return QString();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::RemoveAllReferences: guid='%1'").arg(guid));
+    return send(RemoveAllReferencesMessage(guid, application, requestId));
+}
+
+QString CommandSender::GetApplicationList(const QString &requestId)
+{
+    return CheckIsConnected() ? send(GetApplicationListMessage(requestId)) : QString();
+}
+
+QString CommandSender::GetUserList(const QString &requestId)
+{
+    return CheckIsConnected() ? send(GetUserListMessage(requestId)) : QString();
+}
+
+QString CommandSender::GetFileList(const QString &guid, const QString &requestId)
+{
+    return CheckIsConnected() ? send(GetFileListMessage(guid, requestId)) : QString();
+}
+
+QString CommandSender::QueryFileGroups(const FileQuery &query, const QString &requestId)
+{
+    return CheckIsConnected() ? send(QueryFileGroupsMessage(query, GetApplication(), GetUser(), requestId)) : QString();
+}
+
+QString CommandSender::ExportArchive(const QString &path, const QStringList &guids, const QString &requestId)
+{
+    return CheckIsConnected() ? send(ExportArchiveMessage(path, guids, requestId)) : QString();
+}
+
+QString CommandSender::ImportArchive(const QStringList &paths, const QString &requestId)
+{
+    return CheckIsConnected() ? send(ImportArchiveMessage(paths, requestId)) : QString();
+}
+
+QString CommandSender::RegisterConverter(const QString &converterId, const QVector<FileType> &fileTypes,
+                                         const QString &requestId)
+{
+    return CheckIsConnected() ? send(RegisterConverterMessage(converterId, fileTypes, requestId)) : QString();
+}
+
+QString CommandSender::ConvertFileGroupReply(const QString &guid, int error, const QString &errorString)
+{
+    if (!CheckIsConnected())
+        return QString();
+    const ConvertFileGroupReplyMessage message(guid, error, errorString);
+    QMetaObject::invokeMethod(m_socket.load(), "sl_sendAnswer", Qt::QueuedConnection,
+                              Q_ARG(QByteArray, message.writeRequest()));
+    return message.requestId();
+}
+
+} // namespace Kavro

@@ -1,0 +1,184 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#ifndef KAVRO_COMMANDSENDER_P_H
+#define KAVRO_COMMANDSENDER_P_H
+
+#include <kavro/filegroupdata.h>
+#include <kavro/kavrotypes.h>
+
+#include <QHash>
+#include <QMutex>
+#include <QObject>
+#include <QStringList>
+#include <QThread>
+
+#include <atomic>
+
+QT_BEGIN_NAMESPACE
+class QTimer;
+QT_END_NAMESPACE
+
+namespace Kavro
+{
+
+class CommandSenderSocket;
+class FileQuery;
+class KavroClientSOAPMessage;
+struct SoapReply;
+
+/*!
+ * \brief Told on the dispatcher's thread how the request it waits for ended.
+ */
+class RequestWaiter
+{
+public:
+    virtual ~RequestWaiter() = default;
+    //! The reply to the awaited request was handled; \a error is the code handed on with it.
+    virtual void requestHandled(const SoapReply &reply, int error, const QString &errorString) = 0;
+    //! The connection dropped before the reply came.
+    virtual void connectionLost() = 0;
+};
+
+/*!
+ * \brief Turns operations into requests and replies into signals.
+ *
+ * Lives on its own thread and owns the connection, which runs on the thread
+ * "commandSocketThread". The request methods may be called from any thread;
+ * each returns the request id, or an empty string with lastError() 43 when
+ * the client is not connected. The client counts as connected once the
+ * server has answered the first "GetBasePath" after a connection.
+ *
+ * A caller that blocks for a reply registers a RequestWaiter for a request id
+ * it chose (newRequestId()) before sending, so no reply can slip past it.
+ */
+class CommandSender : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr int defaultCheckInterval = 180000;
+
+    CommandSender(const QString &host, quint16 port, const QString &application, const QString &user,
+                  const QString &team);
+    ~CommandSender() override;
+    Q_DISABLE_COPY_MOVE(CommandSender)
+
+    QString GetHost() const;
+    quint16 GetPort() const;
+    int GetLastError() const;
+    QString GetApplication() const;
+    void SetApplication(const QString &application);
+    QString GetUser() const;
+    void SetUser(const QString &user);
+    QString GetTeamMembership() const;
+    void SetTeamMembership(const QString &team);
+    //! Milliseconds between keep-alive requests; set before start().
+    void setCheckInterval(int milliseconds);
+
+    bool CheckIsConnected();
+
+    static QString newRequestId();
+    void addWaiter(const QString &requestId, RequestWaiter *waiter);
+    void removeWaiter(const QString &requestId);
+
+    // Request methods; the optional last argument is the request id to use.
+    QString CreateFileGroup(const QString &version, const QDateTime &lifeCycle, const QString &detail,
+                            const QString &comment, FileType fileType, quint64 reservedStorage, const QString &name,
+                            const QString &guid, const QString &path, const QString &requestId = QString());
+    QString CreateRovecFileGroup(const QString &subsystem, const QString &rovecId, const QString &recordId,
+                                 const QString &detail, const QString &comment, const QString &user, FileType fileType,
+                                 const QString &path, const QString &guid, const QString &requestId = QString());
+    QString DeleteFileGroup(const QString &guid, bool shallow, const QString &requestId = QString());
+    QString CheckFileGroupExists(const QString &guid, const QString &requestId = QString());
+    QString QueryMetaData(const QString &guid, const QString &application, const QString &requestId = QString());
+    QString QueryLocationStateProgress(const QString &guid, const QString &requestId = QString());
+    QString AddFile(const QString &guid, const QString &fileName, quint32 fileId, const QString &requestId = QString());
+    QString DeleteFile(const QString &guid, quint32 fileId, const QString &requestId = QString());
+    QString RequestFile(const QString &guid, quint32 fileId, LockState lock, const QString &requestId = QString());
+    QString CloseFile(const QString &guid, quint32 fileId, const QString &requestId = QString());
+    QString MoveToNas(const QString &guid, const QString &requestId = QString());
+    QString AddReference(const QString &guid, const QString &application, const QString &requestId = QString());
+    QString RemoveReference(const QString &guid, const QString &application, const QString &requestId = QString());
+    QString RemoveAllReferences(const QString &guid, const QString &application, const QString &requestId = QString());
+    QString GetApplicationList(const QString &requestId = QString());
+    QString GetUserList(const QString &requestId = QString());
+    QString GetFileList(const QString &guid, const QString &requestId = QString());
+    QString QueryFileGroups(const FileQuery &query, const QString &requestId = QString());
+    QString ExportArchive(const QString &path, const QStringList &guids, const QString &requestId = QString());
+    QString ImportArchive(const QStringList &paths, const QString &requestId = QString());
+    QString RegisterConverter(const QString &converterId, const QVector<FileType> &fileTypes,
+                              const QString &requestId = QString());
+    //! Answers the server's "ConvertFileGroup"; sent at once, expecting no reply.
+    QString ConvertFileGroupReply(const QString &guid, int error, const QString &errorString);
+
+Q_SIGNALS:
+    void finished();
+    void connected(QString basePath);
+    void disconnected();
+    void createFileGroupReply(QString guid, QString pathToUse);
+    void createRovecFileGroupReply(QString guid, QString path, int error, QString errorString);
+    void addFileReply(QString requestId, uint fileId);
+    void deleteFileReply(QString requestId, int error, QString errorString);
+    void requestFileReply(QString requestId, QString path, int error, QString errorString);
+    void closeFileReply(QString requestId, int error, QString errorString);
+    void moveToNasReply(QString requestId, int error, QString errorString);
+    void addReferenceReply(QString requestId, int error, QString errorString);
+    void removeReferenceReply(QString requestId, int error, QString errorString);
+    void removeAllReferenceReply(QString requestId, int error, QString errorString);
+    void getApplicationListReply(QString requestId, QStringList applicationList, int error, QString errorString);
+    void getFileListReply(QString requestId, QStringList fileList, int error, QString errorString);
+    void getUserListReply(QString requestId, QStringList userList, int error, QString errorString);
+    void queryFileGroupsReply(QString requestId, QStringList data, int columnCount, int error, QString errorString);
+    void copyForeignFileGroupProgess(QString requestId, float progress);
+    void exportArchiveReply(QString requestId, int error, QString errorString);
+    void importArchiveReply(QString requestId, int error, QString errorString);
+    void registerConverterReply(QString requestId, int error, QString errorString);
+    void convertFileGroupRequested(QString fileGroupId, FileType fileType, QString filePath);
+    void queryMetaDataReply(QString requestId, Kavro::FileGroupData metaData, int error, QString errorString);
+    void deleteFileGroupReply(QString requestId, int error, QString errorString);
+    void queryLocationStateProgressReply(QString requestId, int locationState, double progress, int error,
+                                         QString errorString);
+    void checkFileGroupExistsReply(QString requestId, bool exists, int error, QString errorString);
+    void si_requestHandled(QString requestId);
+
+public Q_SLOTS:
+    void start();
+    void SlotConnected();
+    void SlotDisconnected();
+    void SlotHandleXmlReply(QByteArray data);
+    void SlotHandleXmlError(QString error, bool recoverable);
+    void SlotHandleXmlError(QString error);
+    void SlotCheckConnection();
+
+private:
+    friend struct ReplyHandler;
+
+    QString send(const KavroClientSOAPMessage &message);
+    void sendGetBasePath();
+    void notifyWaiter(const SoapReply &reply, int error, const QString &errorString);
+    void handleBasePath(const QString &path);
+
+    const QString m_host;
+    const quint16 m_port;
+    mutable QMutex m_identityMutex;
+    QString m_application;
+    QString m_user;
+    QString m_team;
+    std::atomic<CommandSenderSocket *> m_socket{nullptr};
+    QThread m_socketThread;
+    QTimer *m_checkTimer = nullptr;
+    int m_checkInterval = defaultCheckInterval;
+    std::atomic<bool> m_connected{false};
+    std::atomic<int> m_lastError{NoError};
+
+    struct Waiting {
+        RequestWaiter *waiter;
+        QString expectedReply;
+    };
+    QMutex m_waitersMutex;
+    QHash<QString, Waiting> m_waiters;
+};
+
+} // namespace Kavro
+
+#endif
