@@ -507,5 +507,33 @@
         <source>Guid</source>
         <translation>GUID</translation>
     </message>
+    <message>
+        <source>Expected element %1, but got %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Expected one of %1, but got %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Expected element %1, but got end of document</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Expected one of %1, but got end of document</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Unexpected text %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Expected namespace %1, but got %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>at line %1, column %2</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 </TS>

@@ -144,14 +144,30 @@ void readHeader(QXmlStreamReader &reader, SoapReply *reply)
     readToken(reader, {QStringLiteral("Body")}, envelope);
 }
 
-// The element inside the body names the command; any name is taken here.
+QStringList replyNames()
+{
+    QStringList names;
+    for (const ReplyFormat &format : replyFormats())
+        names << QLatin1String(format.name);
+    return names;
+}
+
+// The element inside the body names the command; any name is taken here, an unknown one included.
 void readCommand(QXmlStreamReader &reader, SoapReply *reply)
 {
-    while (!reader.isStartElement()) {
+    for (;;) {
         reader.readNext();
-        if (reader.isEndElement() || reader.isEndDocument() || reader.hasError()
-            || (reader.isCharacters() && !reader.isWhitespace()))
-            readToken(reader, {QStringLiteral("Reply")}, serviceNamespaceUri()); // reports the fault
+        if (reader.error() == QXmlStreamReader::PrematureEndOfDocumentError || reader.isEndDocument())
+            throw endOfDocument(replyNames());
+        if (reader.hasError())
+            throw SoapReadError{reader.errorString()};
+        if (reader.isStartElement())
+            break;
+        if (reader.isEndElement())
+            throw unexpected(replyNames(), QLatin1Char('/') + reader.name().toString());
+        if (reader.isCharacters() && !reader.isWhitespace())
+            throw SoapReadError{translated(QT_TRANSLATE_NOOP("QObject", "Unexpected text %1"))
+                                    .arg(reader.text().toString().simplified())};
     }
     if (reader.namespaceUri() != serviceNamespaceUri())
         throw SoapReadError{translated(QT_TRANSLATE_NOOP("QObject", "Expected namespace %1, but got %2"))

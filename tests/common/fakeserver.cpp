@@ -5,7 +5,28 @@
 #include <QCoreApplication>
 #include <QTcpSocket>
 #include <QTest>
+#include <QXmlStreamReader>
 #include <QtEndian>
+
+namespace
+{
+// The text of the first element named \a name, or the name of the element after the body.
+QString firstText(const QByteArray &document, QLatin1String name, bool commandName)
+{
+    QXmlStreamReader reader(document);
+    bool inBody = false;
+    while (reader.readNextStartElement() || (!reader.atEnd() && !reader.hasError())) {
+        if (!reader.isStartElement())
+            continue;
+        if (commandName && inBody)
+            return reader.name().toString();
+        inBody = reader.name() == QLatin1String("Body");
+        if (!commandName && reader.name() == name)
+            return reader.readElementText();
+    }
+    return QString();
+}
+} // namespace
 
 FakeServer::FakeServer(QObject *parent)
     : QObject(parent)
@@ -77,6 +98,24 @@ bool FakeServer::waitForFrames(int count, int timeout)
 void FakeServer::setResponder(Responder responder)
 {
     m_responder = std::move(responder);
+}
+
+QByteArray FakeServer::soapReply(const QString &requestId, const char *command, const QByteArray &fields)
+{
+    return "<?xml version=\"1.0\"?><s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\">"
+           "<s:Header><s:Version>1.0</s:Version><s:RequestId>"
+        + requestId.toUtf8() + "</s:RequestId></s:Header><s:Body><m:" + command + " xmlns:m=\"http://kavro/8SP/KAVRO\">"
+        + fields + "</m:" + command + "></s:Body></s:Envelope>";
+}
+
+QString FakeServer::requestIdOf(const QByteArray &request)
+{
+    return firstText(request, QLatin1String("RequestId"), false);
+}
+
+QString FakeServer::commandOf(const QByteArray &request)
+{
+    return firstText(request, QLatin1String(), true);
 }
 
 QByteArray FakeServer::frame(const QByteArray &payload, Framing framing, bool compressed)

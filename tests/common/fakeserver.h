@@ -49,6 +49,13 @@ public:
     bool waitForFrames(int count, int timeout = 10000);
     void setResponder(Responder responder);
 
+    //! A reply document: the envelope with \a requestId, and \a fields (XML, prefix "m") inside \a command.
+    static QByteArray soapReply(const QString &requestId, const char *command, const QByteArray &fields);
+    //! The request id in the header of a request document.
+    static QString requestIdOf(const QByteArray &request);
+    //! The local name of the command element of a request document.
+    static QString commandOf(const QByteArray &request);
+
     //! One message in \a framing; compressed in Qt's format when asked.
     static QByteArray frame(const QByteArray &payload, Framing framing = LittleEndian, bool compressed = false);
     //! Sends \a payload as one frame to the current client.

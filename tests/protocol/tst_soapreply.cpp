@@ -1,0 +1,178 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "fakeserver.h"
+#include "soapreply_p.h"
+
+#include <QTest>
+
+using namespace Kavro;
+
+namespace
+{
+QByteArray reply(const char *command, const QByteArray &fields)
+{
+    return FakeServer::soapReply(QStringLiteral("R-7"), command, fields);
+}
+
+QByteArray group(const char *guid)
+{
+    return QByteArray("<m:FileGroup><m:Guid>") + guid
+        + "</m:Guid><m:FileGroupName>n</m:FileGroupName><m:FileType>11</m:FileType><m:Files/></m:FileGroup>";
+}
+} // namespace
+
+class tst_SoapReply : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void read_data();
+    void read();
+    void readErrors_data();
+    void readErrors();
+};
+
+void tst_SoapReply::read_data()
+{
+    QTest::addColumn<QByteArray>("document");
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("known");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("errorString");
+    QTest::addColumn<QStringList>("values"); // "Name=text", sorted
+    QTest::addColumn<QStringList>("list");
+    QTest::addColumn<QStringList>("groups"); // guids
+
+    const QStringList none;
+    QTest::newRow("error only") << reply("DeleteFileReply", "<m:Error>5</m:Error><m:ErrorString>locked</m:ErrorString>")
+                                << QStringLiteral("DeleteFileReply") << true << 5 << QStringLiteral("locked")
+                                << QStringList{QStringLiteral("Error=5"), QStringLiteral("ErrorString=locked")} << none
+                                << none;
+    QTest::newRow("fields in any order, blanks between")
+        << reply("AddFileReply", "\n <m:ErrorString/> <m:FileId>12</m:FileId>\t<m:Error>-3</m:Error>\n")
+        << QStringLiteral("AddFileReply") << true << -3 << QString()
+        << QStringList{QStringLiteral("Error=-3"), QStringLiteral("ErrorString="), QStringLiteral("FileId=12")} << none
+        << none;
+    QTest::newRow("user list keeps empty names")
+        << reply("GetUserListReply",
+                 "<m:Users><m:User>ann</m:User><m:User/><m:User>bob</m:User></m:Users><m:Error>0</m:Error>")
+        << QStringLiteral("GetUserListReply") << true << 0 << QString() << QStringList{QStringLiteral("Error=0")}
+        << QStringList{QStringLiteral("ann"), QString(), QStringLiteral("bob")} << none;
+    QTest::newRow("application list") << reply("GetApplicationListReply",
+                                               "<m:Applications><m:Application>viewer</m:Application></m:Applications>")
+                                      << QStringLiteral("GetApplicationListReply") << true << 0 << QString() << none
+                                      << QStringList{QStringLiteral("viewer")} << none;
+    QTest::newRow("file list as id, name")
+        << reply("GetFileListReply",
+                 "<m:Files><m:File><m:FileName>a.txt</m:FileName><m:FileId>1</m:FileId></m:File>"
+                 "<m:File><m:FileId>2</m:FileId><m:FileName>b.txt</m:FileName></m:File></m:Files>")
+        << QStringLiteral("GetFileListReply") << true << 0 << QString() << none
+        << QStringList{QStringLiteral("1"), QStringLiteral("a.txt"), QStringLiteral("2"), QStringLiteral("b.txt")}
+        << none;
+    QTest::newRow("three groups around the error")
+        << reply("QueryFileGroupsReply", group("g1") + "<m:Error>0</m:Error>" + group("g2") + group("g3"))
+        << QStringLiteral("QueryFileGroupsReply") << true << 0 << QString() << QStringList{QStringLiteral("Error=0")}
+        << none << QStringList{QStringLiteral("g1"), QStringLiteral("g2"), QStringLiteral("g3")};
+    QTest::newRow("server's conversion request")
+        << reply("ConvertFileGroup", "<m:Guid>g</m:Guid><m:FileType>5</m:FileType><m:Path>/in</m:Path>")
+        << QStringLiteral("ConvertFileGroup") << true << 0 << QString()
+        << QStringList{QStringLiteral("FileType=5"), QStringLiteral("Guid=g"), QStringLiteral("Path=/in")} << none
+        << none;
+    QTest::newRow("unknown command is not read")
+        << reply("FutureReply", "<m:Anything>at all</m:Anything>") << QStringLiteral("FutureReply") << false << 0
+        << QString() << none << none << none;
+}
+
+void tst_SoapReply::read()
+{
+    QFETCH(QByteArray, document);
+    QFETCH(QString, command);
+    QFETCH(bool, known);
+    QFETCH(int, error);
+    QFETCH(QString, errorString);
+    QFETCH(QStringList, values);
+    QFETCH(QStringList, list);
+    QFETCH(QStringList, groups);
+
+    const SoapReply read = readSoapReply(document);
+    QCOMPARE(read.readError, QString());
+    QCOMPARE(read.requestId, QStringLiteral("R-7"));
+    QCOMPARE(read.command, command);
+    QCOMPARE(read.known, known);
+    QCOMPARE(read.error, error);
+    QCOMPARE(read.errorString, errorString);
+    QStringList readValues;
+    for (auto it = read.values.cbegin(); it != read.values.cend(); ++it)
+        readValues << it.key() + QLatin1Char('=') + it.value();
+    readValues.sort();
+    QCOMPARE(readValues, values);
+    QCOMPARE(read.list, list);
+    QStringList readGroups;
+    for (const FileGroupData &group : read.groups)
+        readGroups << group.getGuid();
+    QCOMPARE(readGroups, groups);
+}
+
+void tst_SoapReply::readErrors_data()
+{
+    QTest::addColumn<QByteArray>("document");
+    QTest::addColumn<QString>("readError");
+
+    const QByteArray open = "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\">";
+    QTest::newRow("one element expected")
+        << QByteArray("<Envelope2/>")
+        << QStringLiteral("Expected element Envelope, but got Envelope2 at line 1, column 12");
+    QTest::newRow("header missing") << open + "<s:Body/></s:Envelope>"
+                                    << QStringLiteral("Expected element Header, but got Body at line 1, column 71");
+    QTest::newRow("one of several expected")
+        << reply("AddFileReply", "<m:Path>/x</m:Path>")
+        << QStringLiteral(
+               "Expected one of FileId, Error, ErrorString, /AddFileReply, but got Path at line 1, column 225");
+    QTest::newRow("end element not expected")
+        << open + "</s:Envelope>" << QStringLiteral("Expected element Header, but got /Envelope at line 1, column 75");
+    QTest::newRow("wrong namespace")
+        << reply("AddFileReply", "<x:FileId xmlns:x=\"urn:x\">1</x:FileId>")
+        << QStringLiteral("Expected namespace http://kavro/8SP/KAVRO, but got urn:x at line 1, column 243");
+    QTest::newRow("envelope in the service namespace")
+        << QByteArray("<m:Envelope xmlns:m=\"http://kavro/8SP/KAVRO\"/>")
+        << QStringLiteral("Expected namespace http://www.w3.org/2003/05/soap-envelope, but got http://kavro/8SP/KAVRO "
+                          "at line 1, column 46");
+    QTest::newRow("text where an element belongs")
+        << reply("DeleteFileReply", "  stray   words <m:Error>1</m:Error>")
+        << QStringLiteral("Unexpected text stray words at line 1, column 237");
+    QTest::newRow("cut short, several expected")
+        << reply("DeleteFileReply", "<m:Error>1</m:Error>").left(250)
+        << QStringLiteral(
+               "Expected one of Error, ErrorString, /DeleteFileReply, but got end of document at line 1, column 250");
+    QTest::newRow("cut short, one expected")
+        << open + "<s:Header><s:RequestId>x</s:RequestId></s:Header>"
+        << QStringLiteral("Expected element Body, but got end of document at line 1, column 111");
+    QTest::newRow("element inside a text field") << reply("DeleteFileReply", "<m:Error><m:x/></m:Error>")
+                                                 << QStringLiteral("Expected character data. at line 1, column 235");
+    QTest::newRow("not well-formed") << open + "<s:Header></s:Head>"
+                                     << QStringLiteral("Opening and ending tag mismatch. at line 1, column 81");
+    QTest::newRow("empty body") << open + "<s:Header/><s:Body></s:Body></s:Envelope>"
+                                << QStringLiteral(
+                                       "Expected one of CreateFileGroupReply, AddFileReply, DeleteFileReply, "
+                                       "RequestFileReply, CloseFileReply, MoveToNasReply, AddReferenceReply, "
+                                       "RemoveReferenceReply, RemoveAllReferencesReply, QueryMetaDataReply, "
+                                       "GetApplicationListReply, GetFileListReply, GetUserListReply, "
+                                       "QueryFileGroupsReply, GetBasePathReply, ExportArchiveReply, "
+                                       "ImportArchiveReply, CreateRovecFileGroupReply, RegisterConverterReply, "
+                                       "DeleteFileGroupReply, QueryLocationStateProgressReply, "
+                                       "CheckFileGroupExistsReply, CopyForeignFileGroupProgress, "
+                                       "ConvertFileGroup, but got /Body at line 1, column 90");
+    QTest::newRow("unbound prefix") << QByteArray("<s:Envelope/>")
+                                    << QStringLiteral("Namespace prefix 's' not declared at line 1, column 13");
+}
+
+void tst_SoapReply::readErrors()
+{
+    QFETCH(QByteArray, document);
+    QFETCH(QString, readError);
+
+    QCOMPARE(readSoapReply(document).readError, readError);
+}
+
+QTEST_GUILESS_MAIN(tst_SoapReply)
+#include "tst_soapreply.moc"
