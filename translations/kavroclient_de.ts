@@ -509,31 +509,31 @@
     </message>
     <message>
         <source>Expected element %1, but got %2</source>
-        <translation type="unfinished"></translation>
+        <translation>Element %1 erwartet, aber %2 gefunden</translation>
     </message>
     <message>
         <source>Expected one of %1, but got %2</source>
-        <translation type="unfinished"></translation>
+        <translation>Eines von %1 erwartet, aber %2 gefunden</translation>
     </message>
     <message>
         <source>Expected element %1, but got end of document</source>
-        <translation type="unfinished"></translation>
+        <translation>Element %1 erwartet, aber Dokumentende erreicht</translation>
     </message>
     <message>
         <source>Expected one of %1, but got end of document</source>
-        <translation type="unfinished"></translation>
+        <translation>Eines von %1 erwartet, aber Dokumentende erreicht</translation>
     </message>
     <message>
         <source>Unexpected text %1</source>
-        <translation type="unfinished"></translation>
+        <translation>Unerwarteter Text %1</translation>
     </message>
     <message>
         <source>Expected namespace %1, but got %2</source>
-        <translation type="unfinished"></translation>
+        <translation>Namensraum %1 erwartet, aber %2 gefunden</translation>
     </message>
     <message>
         <source>at line %1, column %2</source>
-        <translation type="unfinished"></translation>
+        <translation>in Zeile %1, Spalte %2</translation>
     </message>
 </context>
 </TS>

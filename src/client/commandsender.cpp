@@ -416,20 +416,29 @@ void CommandSender::SlotHandleXmlError(QString error)
 
 // Request methods: check the connection, trace, send.
 
+QString CommandSender::sendIfConnected(const KavroClientSOAPMessage &message, const std::function<QString()> &trace)
+{
+    if (!CheckIsConnected())
+        return QString();
+    if (trace)
+        KAVRO_TRACE_INFO(trace());
+    return send(message);
+}
+
 QString CommandSender::CreateFileGroup(const QString &version, const QDateTime &lifeCycle, const QString &detail,
                                        const QString &comment, FileType fileType, quint64 reservedStorage,
                                        const QString &name, const QString &guid, const QString &path,
                                        const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
     const QString user = GetUser();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::CreateFG: guid='%1' group='%2' path='%3' detail='%4' comment='%5' "
-                                    "user='%6' type='%7'")
-                         .arg(guid, name, path, detail, comment, user)
-                         .arg(fileType));
-    return send(CreateFileGroupMessage(comment, guid, detail, name, fileType, lifeCycle, reservedStorage,
-                                       GetTeamMembership(), user, version, path, requestId));
+    return sendIfConnected(CreateFileGroupMessage(comment, guid, detail, name, fileType, lifeCycle, reservedStorage,
+                                                  GetTeamMembership(), user, version, path, requestId),
+                           [&] {
+                               return QStringLiteral("KavroClient::CreateFG: guid='%1' group='%2' path='%3' "
+                                                     "detail='%4' comment='%5' user='%6' type='%7'")
+                                   .arg(guid, name, path, detail, comment, user)
+                                   .arg(fileType);
+                           });
 }
 
 QString CommandSender::CreateRovecFileGroup(const QString &subsystem, const QString &rovecId, const QString &recordId,
@@ -437,153 +446,144 @@ QString CommandSender::CreateRovecFileGroup(const QString &subsystem, const QStr
                                             FileType fileType, const QString &path, const QString &guid,
                                             const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
     const QString userName = user.isEmpty() ? GetUser() : user;
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::CreateRovecFG: guid='%1' rovec='%2' record='%3' detail='%4' "
-                                    "comment='%5' user='%6' subsystem='%7' type='%8' filepath='%9'")
-                         .arg(guid, rovecId, recordId, detail, comment, userName, subsystem)
-                         .arg(fileType)
-                         .arg(path));
-    return send(CreateRovecFileGroupMessage(rovecId, subsystem, recordId, QString(), detail, comment, fileType,
-                                            GetTeamMembership(), userName, guid, path, requestId));
+    return sendIfConnected(CreateRovecFileGroupMessage(rovecId, subsystem, recordId, QString(), detail, comment,
+                                                       fileType, GetTeamMembership(), userName, guid, path, requestId),
+                           [&] {
+                               return QStringLiteral("KavroClient::CreateRovecFG: guid='%1' rovec='%2' record='%3' "
+                                                     "detail='%4' comment='%5' user='%6' subsystem='%7' type='%8' "
+                                                     "filepath='%9'")
+                                   .arg(guid, rovecId, recordId, detail, comment, userName, subsystem)
+                                   .arg(fileType)
+                                   .arg(path);
+                           });
 }
 
 QString CommandSender::DeleteFileGroup(const QString &guid, bool shallow, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::DeleteFG: guid='%1' shallow='%2'")
-                         .arg(guid, KavroClientSOAPMessage::booleanText(shallow)));
-    return send(DeleteFileGroupMessage(guid, shallow, requestId));
+    return sendIfConnected(DeleteFileGroupMessage(guid, shallow, requestId), [&] {
+        return QStringLiteral("KavroClient::DeleteFG: guid='%1' shallow='%2'")
+            .arg(guid, KavroClientSOAPMessage::booleanText(shallow));
+    });
 }
 
 QString CommandSender::CheckFileGroupExists(const QString &guid, const QString &requestId)
 {
-    return CheckIsConnected() ? send(CheckFileGroupExistsMessage(guid, requestId)) : QString();
+    return sendIfConnected(CheckFileGroupExistsMessage(guid, requestId));
 }
 
 QString CommandSender::QueryMetaData(const QString &guid, const QString &application, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::QueryMetaData: guid='%1' app='%2'").arg(guid, application));
-    return send(QueryMetaDataMessage(guid, application, requestId));
+    return sendIfConnected(QueryMetaDataMessage(guid, application, requestId), [&] {
+        return QStringLiteral("KavroClient::QueryMetaData: guid='%1' app='%2'").arg(guid, application);
+    });
 }
 
 QString CommandSender::QueryLocationStateProgress(const QString &guid, const QString &requestId)
 {
-    return CheckIsConnected() ? send(QueryLocationStateProgressMessage(guid, requestId)) : QString();
+    return sendIfConnected(QueryLocationStateProgressMessage(guid, requestId));
 }
 
 QString CommandSender::AddFile(const QString &guid, const QString &fileName, quint32 fileId, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::AddFile: guid='%1' fileid='%2' filename='%3'")
-                         .arg(guid)
-                         .arg(fileId)
-                         .arg(fileName));
-    return send(AddFileMessage(guid, fileName, fileId, requestId));
+    return sendIfConnected(AddFileMessage(guid, fileName, fileId, requestId), [&] {
+        return QStringLiteral("KavroClient::AddFile: guid='%1' fileid='%2' filename='%3'")
+            .arg(guid)
+            .arg(fileId)
+            .arg(fileName);
+    });
 }
 
 QString CommandSender::DeleteFile(const QString &guid, quint32 fileId, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::DeleteFile: guid='%1' fileid='%2'").arg(guid).arg(fileId));
-    return send(DeleteFileMessage(guid, fileId, requestId));
+    return sendIfConnected(DeleteFileMessage(guid, fileId, requestId), [&] {
+        return QStringLiteral("KavroClient::DeleteFile: guid='%1' fileid='%2'").arg(guid).arg(fileId);
+    });
 }
 
 QString CommandSender::RequestFile(const QString &guid, quint32 fileId, LockState lock, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
     const QString user = GetUser();
-    const QString lockId = QStringLiteral("%1|%2|%3").arg(guid).arg(fileId).arg(user);
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::RequestFile: guid='%1' fileid='%2' lock='%3' lockid='%4'")
-                         .arg(guid)
-                         .arg(fileId)
-                         .arg(lock)
-                         .arg(lockId));
-    return send(RequestFileMessage(guid, fileId, lock == LockWrite, user, requestId));
+    return sendIfConnected(RequestFileMessage(guid, fileId, lock == LockWrite, user, requestId), [&] {
+        const QString lockId = QStringLiteral("%1|%2|%3").arg(guid).arg(fileId).arg(user);
+        return QStringLiteral("KavroClient::RequestFile: guid='%1' fileid='%2' lock='%3' lockid='%4'")
+            .arg(guid)
+            .arg(fileId)
+            .arg(lock)
+            .arg(lockId);
+    });
 }
 
 QString CommandSender::CloseFile(const QString &guid, quint32 fileId, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::CloseFile: guid='%1' fileid='%2'").arg(guid).arg(fileId));
-    return send(CloseFileMessage(guid, fileId, GetUser(), requestId));
+    return sendIfConnected(CloseFileMessage(guid, fileId, GetUser(), requestId), [&] {
+        return QStringLiteral("KavroClient::CloseFile: guid='%1' fileid='%2'").arg(guid).arg(fileId);
+    });
 }
 
 QString CommandSender::MoveToNas(const QString &guid, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
     const QString user = GetUser();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::MoveToNas: guid='%1' user='%2'").arg(guid, user));
-    return send(MoveToNasMessage(guid, user, requestId));
+    return sendIfConnected(MoveToNasMessage(guid, user, requestId), [&] {
+        return QStringLiteral("KavroClient::MoveToNas: guid='%1' user='%2'").arg(guid, user);
+    });
 }
 
 QString CommandSender::AddReference(const QString &guid, const QString &application, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::AddRef: guid='%1' app='%2'").arg(guid, application));
-    return send(AddReferenceMessage(guid, application, requestId));
+    return sendIfConnected(AddReferenceMessage(guid, application, requestId), [&] {
+        return QStringLiteral("KavroClient::AddRef: guid='%1' app='%2'").arg(guid, application);
+    });
 }
 
 QString CommandSender::RemoveReference(const QString &guid, const QString &application, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::RemoveReference: guid='%1'").arg(guid));
-    return send(RemoveReferenceMessage(guid, application, requestId));
+    return sendIfConnected(RemoveReferenceMessage(guid, application, requestId), [&] {
+        return QStringLiteral("KavroClient::RemoveReference: guid='%1'").arg(guid);
+    });
 }
 
 QString CommandSender::RemoveAllReferences(const QString &guid, const QString &application, const QString &requestId)
 {
-    if (!CheckIsConnected())
-        return QString();
-    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::RemoveAllReferences: guid='%1'").arg(guid));
-    return send(RemoveAllReferencesMessage(guid, application, requestId));
+    return sendIfConnected(RemoveAllReferencesMessage(guid, application, requestId), [&] {
+        return QStringLiteral("KavroClient::RemoveAllReferences: guid='%1'").arg(guid);
+    });
 }
 
 QString CommandSender::GetApplicationList(const QString &requestId)
 {
-    return CheckIsConnected() ? send(GetApplicationListMessage(requestId)) : QString();
+    return sendIfConnected(GetApplicationListMessage(requestId));
 }
 
 QString CommandSender::GetUserList(const QString &requestId)
 {
-    return CheckIsConnected() ? send(GetUserListMessage(requestId)) : QString();
+    return sendIfConnected(GetUserListMessage(requestId));
 }
 
 QString CommandSender::GetFileList(const QString &guid, const QString &requestId)
 {
-    return CheckIsConnected() ? send(GetFileListMessage(guid, requestId)) : QString();
+    return sendIfConnected(GetFileListMessage(guid, requestId));
 }
 
 QString CommandSender::QueryFileGroups(const FileQuery &query, const QString &requestId)
 {
-    return CheckIsConnected() ? send(QueryFileGroupsMessage(query, GetApplication(), GetUser(), requestId)) : QString();
+    return sendIfConnected(QueryFileGroupsMessage(query, GetApplication(), GetUser(), requestId));
 }
 
 QString CommandSender::ExportArchive(const QString &path, const QStringList &guids, const QString &requestId)
 {
-    return CheckIsConnected() ? send(ExportArchiveMessage(path, guids, requestId)) : QString();
+    return sendIfConnected(ExportArchiveMessage(path, guids, requestId));
 }
 
 QString CommandSender::ImportArchive(const QStringList &paths, const QString &requestId)
 {
-    return CheckIsConnected() ? send(ImportArchiveMessage(paths, requestId)) : QString();
+    return sendIfConnected(ImportArchiveMessage(paths, requestId));
 }
 
 QString CommandSender::RegisterConverter(const QString &converterId, const QVector<FileType> &fileTypes,
                                          const QString &requestId)
 {
-    return CheckIsConnected() ? send(RegisterConverterMessage(converterId, fileTypes, requestId)) : QString();
+    return sendIfConnected(RegisterConverterMessage(converterId, fileTypes, requestId));
 }
 
 QString CommandSender::ConvertFileGroupReply(const QString &guid, int error, const QString &errorString)

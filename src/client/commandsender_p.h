@@ -13,6 +13,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <functional>
 
 QT_BEGIN_NAMESPACE
 class QTimer;
@@ -154,6 +155,8 @@ private:
     friend struct ReplyHandler;
 
     QString send(const KavroClientSOAPMessage &message);
+    //! Sends \a message when connected, after tracing what \a trace makes (when given).
+    QString sendIfConnected(const KavroClientSOAPMessage &message, const std::function<QString()> &trace = {});
     void sendGetBasePath();
     void notifyWaiter(const SoapReply &reply, int error, const QString &errorString);
     void handleBasePath(const QString &path);
