@@ -1,0 +1,203 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#ifndef KAVRO_KAVROCLIENT_H
+#define KAVRO_KAVROCLIENT_H
+
+#include <kavro/filegroupdata.h>
+#include <kavro/kavrotypes.h>
+#include <kavro/kavrourl.h>
+
+#include <QObject>
+#include <QStringList>
+#include <QVector>
+
+#include <memory>
+
+namespace Kavro
+{
+
+class FileQuery;
+class KavroClientPrivate;
+
+/*!
+ * \brief The connection of an application to the archive server.
+ *
+ * A client reads the section "KAVRO" of the configuration (the server's host
+ * and port, whether times are shown in UTC, the compression rate), connects
+ * on a thread of its own and keeps reconnecting while the server is away. It
+ * counts as connected once the server has told it its storage directory; then
+ * connected() is emitted.
+ *
+ * Most operations come in two forms. The blocking form waits for the reply,
+ * at most "ReplyTimeoutMs" (30 s by default), and returns its result; the
+ * form ending in \c Async returns the request id at once and delivers the
+ * outcome as a signal whose first argument is that id. Failures return an
+ * empty result (empty string or list, 0, false); GetError() tells why.
+ * Blocking calls may be made from several threads at once; each gets its own
+ * result, and GetError() reports the error of the calling thread's last
+ * operation.
+ *
+ * \code
+ * Kavro::KavroClient client(QStringLiteral("archive.example.org"), 5223, QStringLiteral("viewer"),
+ *                           QStringLiteral("alice"), QStringLiteral("blue"));
+ * QObject::connect(&client, &Kavro::KavroClient::connected, [&client] {
+ *     const QStringList users = client.GetUserList();   // blocks until the reply is in
+ *     qDebug() << users << client.GetErrorString();
+ * });
+ * \endcode
+ */
+class KAVRO_EXPORT KavroClient : public QObject
+{
+    Q_OBJECT
+
+public:
+    class ClientConfig;
+
+    //! A client for the server of the configuration; without "ServerHost" it stays unavailable.
+    KavroClient();
+    //! As KavroClient(), with the host and port replaced where given (non-empty, non-zero).
+    KavroClient(const QString &host, quint16 port);
+    //! A client for \a host and \a port with the given identity, available whatever the configuration says.
+    KavroClient(const QString &host, quint16 port, const QString &application, const QString &user,
+                const QString &team);
+    ~KavroClient() override;
+    Q_DISABLE_COPY_MOVE(KavroClient)
+
+    //! True when the configuration names a server, or a client was made with an explicit identity.
+    static bool IsKavroAvailable();
+    //! The configured compression rate; -1 when none is set.
+    static int GetCompressionRate();
+    //! A new GUID as 36 characters, without braces.
+    static QString CreateGuid();
+
+    bool IsUseUtc() const;
+    QString GetHost() const;
+    unsigned short GetPort() const;
+    bool IsConnected() const;
+    //! Does nothing: the client reconnects by itself.
+    void Reconnect();
+    void SetUser(const QString &user);
+    void SetApplication(const QString &application);
+    void SetTeamMembership(const QString &team);
+    //! The error of the calling thread's last operation on this client; NoError when unavailable.
+    KavroError GetError();
+    QString GetErrorString();
+
+    //! Adds the local file at \a path to the group \a guid; blocks. The new file id, or 0.
+    unsigned int AddFile(const QString &path, const QString &guid);
+    //! Adds the local file at \a path to the group \a guid; AddFileSg() tells the new id.
+    QString AddFileAsync(const QString &path, const QString &guid, int fileId);
+    //! Marks the group as referenced by this client's application; fire and forget.
+    void AddReference(const QString &guid);
+    void AddReference(const KavroUrl &url);
+    void RemoveReference(const QString &guid);
+    void RemoveReference(const KavroUrl &url);
+    void RemoveAllReferences(const QString &guid);
+    void RemoveAllReferences(const KavroUrl &url);
+    //! Asks whether a group exists; checkFileGroupExistsSg() answers.
+    QString CheckFileGroupExists(const QString &guid);
+    //! Releases the lock on a file taken by RequestFile(); fire and forget.
+    void CloseFile(unsigned int fileId, const QString &guid);
+    void CloseFile(const KavroUrl &url);
+    /*!
+     * Creates a file group and the local directory for its files (returned in
+     * \a localPath, inside the server's storage directory); blocks. Returns the
+     * group's guid (\a guid, or a new one when empty), or an empty string.
+     */
+    QString CreateFileGroup(const QString &version, const QDateTime &lifeCycle, const QString &detail,
+                            const QString &comment, FileType fileType, quint64 reservedStorage, const QString &name,
+                            QString &localPath, QString guid = QString());
+    //! As CreateFileGroup(), without waiting; CreateFileGroupSg() answers.
+    QString CreateFileGroupAsync(const QString &version, const QDateTime &lifeCycle, const QString &detail,
+                                 const QString &comment, FileType fileType, quint64 reservedStorage,
+                                 const QString &name, QString &localPath, QString guid = QString());
+    //! Creates a group for a Rovec recording; CreateRovecFileGroupSg() answers. Returns the guid.
+    QString CreateRovecFileGroupAsync(const QString &subsystem, const QString &rovecId, const QString &recordId,
+                                      const QString &detail, const QString &comment, const QString &user,
+                                      FileType fileType, QString &localPath, QString guid = QString());
+    //! As above for the subsystem "IpAddress".
+    QString CreateRovecFileGroupAsync(const QString &rovecId, const QString &recordId, const QString &detail,
+                                      const QString &comment, const QString &user, FileType fileType,
+                                      QString &localPath, QString guid = QString());
+    QString DeleteFileGroupAsync(const QString &guid);
+    QString DeleteFileName(unsigned int fileId, const QString &guid);
+    QString DeleteFileName(const KavroUrl &url);
+    //! Exports the groups \a guids to the archive \a target; exportArchiveSg() answers.
+    QString ExportArchiveAsync(const QStringList &guids, const QString &target);
+    QString ImportArchiveAsync(const QStringList &paths);
+    QStringList GetApplicationList();
+    QString GetApplicationListAsync();
+    QStringList GetUserList();
+    QString GetUserListAsync();
+    //! The files of a group as id, name, id, name, ...; blocks.
+    QStringList GetFileList(const QString &guid);
+    QStringList GetFileList(const KavroUrl &url);
+    QString GetFileListAsync(const QString &guid);
+    //! The guids of the groups that match \a query, in the server's order; \a count is their number.
+    QStringList QueryFiles(const FileQuery &query, unsigned int &count);
+    //! queryFileGroupsSg() answers with the table of matching groups.
+    QString QueryFilesAsync(const FileQuery &query);
+    QString QueryMetaDataAsync(const QString &guid, const QString &application);
+    QString QueryLocationStateProgress(const QString &guid);
+    QString MoveToNas(const QString &guid);
+    QString MoveToNas(const KavroUrl &url);
+    //! Moves a group to network storage and waits for the server's answer.
+    void MoveToNasSync(const QString &guid);
+    //! Fetches a file, locked for reading or writing; blocks. The local path of the file, or empty.
+    QString RequestFile(unsigned int fileId, const QString &guid, LockState lockState);
+    QString RequestFile(const KavroUrl &url, LockState lockState);
+    QString RequestFileAsync(unsigned int fileId, const QString &guid, LockState lockState);
+    QString RequestFileAsync(const KavroUrl &url, LockState lockState);
+    //! True when \a url names an existing group, and, where it names a file, a file of that group.
+    bool IsValidURL(const KavroUrl &url);
+
+    //! Offers this client as converter for \a fileTypes; RegisterConverterSg() answers.
+    QString RegisterConverterAsync(const QString &converterId, const QVector<FileType> &fileTypes);
+    //! Answers a ConvertFileGroupRequestedSg() for the group \a guid.
+    void AnswerConvertFileGroup(const QString &guid, KavroError error, const QString &errorString);
+
+Q_SIGNALS:
+    void connected();
+    void disconnected();
+    void CreateFileGroupSg(QString guid, QString path);
+    void CreateRovecFileGroupSg(QString guid, QString path, int error, QString errorString);
+    void AddFileSg(QString requestId, unsigned int fileId);
+    //! Declared for compatibility; never emitted.
+    void AddRovecFileSg(QString requestId, unsigned int fileId, int error, QString errorString);
+    void DeleteFileNameSg(QString requestId, int error, QString errorString);
+    void RequestFileSg(QString requestId, QString path, int error, QString errorString);
+    void CloseFileSg(QString requestId, int error, QString errorString);
+    void MoveToNasSg(QString requestId, int error, QString errorString);
+    void AddReferenceSg(QString requestId, int error, QString errorString);
+    void RemoveReferenceSg(QString requestId, int error, QString errorString);
+    void RemoveAllReferenceSg(QString requestId, int error, QString errorString);
+    void GetApplicationListSg(QString requestId, QStringList applications, int error, QString errorString);
+    void GetUserListSg(QString requestId, QStringList users, int error, QString errorString);
+    void GetFileListSg(QString requestId, QStringList files, int error, QString errorString);
+    void copyForeignFileGroupProgess(QString requestId, float progress);
+    void exportArchiveSg(QString requestId, int error, QString errorString);
+    void importArchiveSg(QString requestId, int error, QString errorString);
+    void queryFileGroupsSg(QString requestId, QStringList data, int columnCount, int error, QString errorString);
+    void QueryMetaDataSg(QString requestId, Kavro::FileGroupData metaData, int error, QString errorString);
+    void deleteFileGroupSg(QString requestId, int error, QString errorString);
+    void queryLocationStateProgressSg(QString requestId, int locationState, double progress, int error,
+                                      QString errorString);
+    void checkFileGroupExistsSg(QString requestId, bool exists, int error, QString errorString);
+    void RegisterConverterSg(QString requestId, int error, QString errorString);
+    //! The server asks this converter to convert the group \a guid; answer with AnswerConvertFileGroup().
+    void ConvertFileGroupRequestedSg(QString guid, FileType fileType, QString filePath);
+
+private Q_SLOTS:
+    void SlotConnected(QString storageDirectory);
+    void SlotDisconnected();
+    void EmitCreateFileGroupSg(QString guid, QString path);
+    void EmitAddFileSg(QString requestId, unsigned int fileId);
+
+private:
+    friend class KavroClientPrivate;
+    const std::unique_ptr<KavroClientPrivate> d;
+};
+
+} // namespace Kavro
+
+#endif

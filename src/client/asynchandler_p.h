@@ -1,0 +1,67 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#ifndef KAVRO_ASYNCHANDLER_P_H
+#define KAVRO_ASYNCHANDLER_P_H
+
+#include "commandsender_p.h"
+#include "soapreply_p.h"
+
+#include <QMutex>
+#include <QWaitCondition>
+
+namespace Kavro
+{
+
+/*!
+ * \brief Lets a blocking call wait for the reply to its own request.
+ *
+ * The handler is registered with the dispatcher for requestId() before the
+ * request is sent, so a reply that comes before wait() begins is not lost.
+ * The dispatcher's thread tells it the outcome directly, under its mutex; no
+ * thread is started per call. The wait ends when the reply has been handled,
+ * when the connection drops, or after the timeout.
+ *
+ * \code
+ * AsyncHandler handler(sender, timeout);
+ * sender->GetUserList(handler.requestId());
+ * if (handler.wait(handler.requestId()))
+ *     use(handler.reply());
+ * \endcode
+ */
+class AsyncHandler : public RequestWaiter
+{
+public:
+    AsyncHandler(CommandSender *sender, quint32 timeout);
+    ~AsyncHandler() override;
+    Q_DISABLE_COPY_MOVE(AsyncHandler)
+
+    //! The request id to send the awaited request with.
+    QString requestId() const;
+    //! True only when the reply to \a requestId was handled within the timeout.
+    bool wait(const QString &requestId);
+
+    //! How the wait ended: the reply's error, ErrorReplyTimeout or ErrorNotConnected.
+    int error() const;
+    QString errorString() const;
+    //! The reply, once wait() returned true.
+    const SoapReply &reply() const;
+
+    void requestHandled(const SoapReply &reply, int error, const QString &errorString) override;
+    void connectionLost() override;
+
+private:
+    CommandSender *const m_sender;
+    const quint32 m_timeout;
+    const QString m_requestId;
+    mutable QMutex m_mutex;
+    QWaitCondition m_waitCondition;
+    bool m_done = false;
+    bool m_handled = false;
+    int m_error = NoError;
+    QString m_errorString;
+    SoapReply m_reply;
+};
+
+} // namespace Kavro
+
+#endif

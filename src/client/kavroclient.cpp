@@ -1,0 +1,861 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "kavroclient_p.h"
+
+#include <kavro/createpath.h>
+#include <kavro/filequery.h>
+#include <kavro/kavroerrorstring.h>
+
+#include "asynchandler_p.h"
+#include "commandsender_p.h"
+#include "settings_p.h"
+#include "trace_p.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QUuid>
+
+namespace Kavro
+{
+
+namespace
+{
+QString trace(const char *operation, const char *ending)
+{
+    return QStringLiteral("KavroClient::") + QLatin1String(operation) + QStringLiteral(": ") + QLatin1String(ending);
+}
+
+// Join of a list as the archive traces write it: "a ;b ;".
+QString joined(const QStringList &entries)
+{
+    QString text;
+    for (const QString &entry : entries)
+        text += QStringLiteral("%1 ;").arg(entry);
+    return text;
+}
+
+// The sender keeps list results as one text: empty means none, else split at "|" with empty parts kept.
+QStringList listResult(const QStringList &entries)
+{
+    const QString text = entries.join(QLatin1Char('|'));
+    return text.isEmpty() ? QStringList() : text.split(QLatin1Char('|'), Qt::KeepEmptyParts, Qt::CaseSensitive);
+}
+
+// The file name sent for a path: after the last native separator, else after the last '/'.
+QString fileNameOf(const QString &path)
+{
+    qsizetype cut = path.lastIndexOf(QDir::separator());
+    if (cut < 0)
+        cut = path.lastIndexOf(QLatin1Char('/'));
+    return path.mid(cut + 1);
+}
+} // namespace
+
+// ClientConfig
+
+KavroClient::ClientConfig::ClientConfig()
+{
+    read();
+}
+
+KavroClient::ClientConfig::~ClientConfig()
+{
+    KAVRO_TRACE_INFO(QStringLiteral("ClientConfig::~ClientConfig: Destoyed"));
+}
+
+KavroClient::ClientConfig &KavroClient::ClientConfig::instance()
+{
+    static ClientConfig config;
+    return config;
+}
+
+void KavroClient::ClientConfig::reload()
+{
+    read();
+}
+
+void KavroClient::ClientConfig::read()
+{
+    KAVRO_TRACE_INFO(QStringLiteral("ClientConfig::ClientConfig: Start "));
+    Settings settings(Settings::kavroSection());
+    const QMutexLocker locker(&m_mutex);
+    m_available = settings.contains(QStringLiteral("ServerHost"));
+    m_host = settings.stringValue(QStringLiteral("ServerHost"), QStringLiteral("localhost"));
+    m_port = static_cast<quint16>(settings.intValue(QStringLiteral("XmlPort"), 5223));
+    m_useUtc = settings.boolValue(QStringLiteral("UseUtc"), false);
+    // An absent or zero rate is written as -1, so the key is there from then on.
+    if (settings.intValue(QStringLiteral("CompressionRate"), 0) == 0)
+        settings.setIntValue(QStringLiteral("CompressionRate"), -1);
+    m_compressionRate = settings.intValue(QStringLiteral("CompressionRate"), -1);
+    m_replyTimeout = settings.intValue(QStringLiteral("ReplyTimeoutMs"), 30000);
+    KAVRO_TRACE_INFO(QStringLiteral("ClientConfig::ClientConfig: End"));
+}
+
+QString KavroClient::ClientConfig::host() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_host;
+}
+
+quint16 KavroClient::ClientConfig::port() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_port;
+}
+
+bool KavroClient::ClientConfig::isAvailable() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_available;
+}
+
+bool KavroClient::ClientConfig::isUseUtc() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_useUtc;
+}
+
+int KavroClient::ClientConfig::compressionRate() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_compressionRate;
+}
+
+int KavroClient::ClientConfig::replyTimeout() const
+{
+    const QMutexLocker locker(&m_mutex);
+    return m_replyTimeout;
+}
+
+void KavroClient::ClientConfig::overrideAddress(const QString &host, quint16 port)
+{
+    const QMutexLocker locker(&m_mutex);
+    m_host = host;
+    m_port = port;
+}
+
+void KavroClient::ClientConfig::setAvailable(bool available)
+{
+    const QMutexLocker locker(&m_mutex);
+    m_available = available;
+}
+
+// KavroClientPrivate
+
+KavroClientPrivate::KavroClientPrivate(KavroClient *owner)
+    : owner(owner)
+{
+    KavroClient::ClientConfig::instance();
+    qRegisterMetaType<FileGroupData>("Kavro::FileGroupData");
+    qRegisterMetaType<FileType>("FileType");
+    senderThread.setObjectName(QStringLiteral("commandSenderThread"));
+}
+
+void KavroClientPrivate::startSender(QString application, const QString &user, const QString &team)
+{
+    const KavroClient::ClientConfig &config = KavroClient::ClientConfig::instance();
+    if (!explicitIdentity && !config.isAvailable())
+        return;
+    if (application.isEmpty())
+        application = QCoreApplication::applicationName();
+    senderThread.quit();
+    senderThread.wait();
+    delete sender;
+
+    sender = new CommandSender(config.host(), config.port(), application, user, team);
+    sender->moveToThread(&senderThread);
+    connectSignals();
+    QObject::connect(&senderThread, &QThread::finished, sender, &QObject::deleteLater);
+    senderThread.start(QThread::InheritPriority);
+    QMetaObject::invokeMethod(sender, "start", Qt::QueuedConnection);
+}
+
+void KavroClientPrivate::connectSignals()
+{
+    using C = CommandSender;
+    using K = KavroClient;
+    KavroClient *q = owner;
+    QObject::connect(sender, &C::connected, q, &K::SlotConnected);
+    QObject::connect(sender, &C::disconnected, q, &K::SlotDisconnected);
+    QObject::connect(sender, &C::createFileGroupReply, q, &K::EmitCreateFileGroupSg);
+    QObject::connect(sender, &C::createRovecFileGroupReply, q, &K::CreateRovecFileGroupSg);
+    QObject::connect(sender, &C::addFileReply, q, &K::EmitAddFileSg);
+    QObject::connect(sender, &C::deleteFileReply, q, &K::DeleteFileNameSg);
+    QObject::connect(sender, &C::requestFileReply, q, &K::RequestFileSg);
+    QObject::connect(sender, &C::closeFileReply, q, &K::CloseFileSg);
+    QObject::connect(sender, &C::moveToNasReply, q, &K::MoveToNasSg);
+    QObject::connect(sender, &C::addReferenceReply, q, &K::AddReferenceSg);
+    QObject::connect(sender, &C::removeReferenceReply, q, &K::RemoveReferenceSg);
+    QObject::connect(sender, &C::removeAllReferenceReply, q, &K::RemoveAllReferenceSg);
+    QObject::connect(sender, &C::getApplicationListReply, q, &K::GetApplicationListSg);
+    QObject::connect(sender, &C::getUserListReply, q, &K::GetUserListSg);
+    QObject::connect(sender, &C::getFileListReply, q, &K::GetFileListSg);
+    QObject::connect(sender, &C::copyForeignFileGroupProgess, q, &K::copyForeignFileGroupProgess);
+    QObject::connect(sender, &C::exportArchiveReply, q, &K::exportArchiveSg);
+    QObject::connect(sender, &C::importArchiveReply, q, &K::importArchiveSg);
+    QObject::connect(sender, &C::queryFileGroupsReply, q, &K::queryFileGroupsSg);
+    QObject::connect(sender, &C::queryMetaDataReply, q, &K::QueryMetaDataSg);
+    QObject::connect(sender, &C::deleteFileGroupReply, q, &K::deleteFileGroupSg);
+    QObject::connect(sender, &C::queryLocationStateProgressReply, q, &K::queryLocationStateProgressSg);
+    QObject::connect(sender, &C::checkFileGroupExistsReply, q, &K::checkFileGroupExistsSg);
+    QObject::connect(sender, &C::registerConverterReply, q, &K::RegisterConverterSg);
+    QObject::connect(sender, &C::convertFileGroupRequested, q, &K::ConvertFileGroupRequestedSg);
+}
+
+void KavroClientPrivate::setError(int error)
+{
+    const QMutexLocker locker(&m_stateMutex);
+    m_errors.insert(QThread::currentThreadId(), error);
+}
+
+int KavroClientPrivate::error() const
+{
+    const QMutexLocker locker(&m_stateMutex);
+    return m_errors.value(QThread::currentThreadId(), NoError);
+}
+
+QString KavroClientPrivate::storageDirectory() const
+{
+    const QMutexLocker locker(&m_stateMutex);
+    return m_storageDirectory;
+}
+
+void KavroClientPrivate::setConnected(bool isConnected, const QString &directory)
+{
+    {
+        const QMutexLocker locker(&m_stateMutex);
+        if (isConnected)
+            m_storageDirectory = directory;
+    }
+    connected.store(isConnected);
+}
+
+bool KavroClientPrivate::begin(const char *operation)
+{
+    if (!KavroClient::IsKavroAvailable()) {
+        KAVRO_TRACE_WARNING(trace(operation, "no kavro available"));
+        return false;
+    }
+    if (!sender || !sender->CheckIsConnected()) {
+        setError(ErrorNotConnected);
+        KAVRO_TRACE_WARNING(trace(operation, "no commandsender available"));
+        return false;
+    }
+    setError(NoError);
+    return true;
+}
+
+void KavroClientPrivate::traceStart(const char *operation, const QString &arguments) const
+{
+    KAVRO_TRACE_INFO(arguments.isNull() ? trace(operation, "Start") : trace(operation, "Start (%1)").arg(arguments));
+}
+
+void KavroClientPrivate::traceEnd(const char *operation) const
+{
+    KAVRO_TRACE_INFO(trace(operation, "End (%1)").arg(error()));
+}
+
+QString KavroClientPrivate::runAsync(const char *operation, const QString &arguments,
+                                     const std::function<QString()> &send)
+{
+    if (!begin(operation))
+        return QString();
+    traceStart(operation, arguments);
+    const QString requestId = send();
+    if (requestId.isEmpty())
+        setError(sender->GetLastError());
+    traceEnd(operation);
+    return requestId;
+}
+
+bool KavroClientPrivate::runBlocking(const char *operation, AsyncHandler &handler,
+                                     const std::function<QString(const QString &)> &send)
+{
+    const QString requestId = send(handler.requestId());
+    const bool handled = !requestId.isEmpty() && handler.wait(requestId);
+    setError(requestId.isEmpty() ? sender->GetLastError() : handler.error());
+    if (!handled)
+        KAVRO_TRACE_WARNING(trace(operation, "AsyncHandler failed"));
+    return handled;
+}
+
+QStringList KavroClientPrivate::listOperation(const char *operation, const QString &arguments,
+                                              const std::function<QString(const QString &)> &send)
+{
+    if (!begin(operation))
+        return QStringList();
+    traceStart(operation, arguments);
+    AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
+    QStringList result;
+    if (runBlocking(operation, handler, send) && handler.error() == NoError)
+        result = listResult(handler.reply().list);
+    traceEnd(operation);
+    return result;
+}
+
+QString KavroClientPrivate::storagePath(const QString &guid, const QString &name)
+{
+    // The group's directory must lie inside the storage directory, whatever the name or guid say.
+    const QString base = QDir::cleanPath(QDir(storageDirectory()).absolutePath());
+    const QString path = CreatePath(base, guid, name);
+    const QString inside = QDir::toNativeSeparators(base + QLatin1Char('/'));
+    if (!path.startsWith(inside) || path.size() <= inside.size() || !QDir().mkpath(path))
+        return QString();
+    return path;
+}
+
+QString KavroClientPrivate::createFileGroup(bool blocking, const QString &version, const QDateTime &lifeCycle,
+                                            const QString &detail, const QString &comment, FileType fileType,
+                                            quint64 reservedStorage, const QString &name, QString &localPath,
+                                            const QString &guid)
+{
+    const char *operation = "CreateFileGroupHelper";
+    if (!begin(operation))
+        return QString();
+    KAVRO_TRACE_INFO(trace(operation,
+                           "Start (GUID: %1, Version: %2, Lifecycle: %3, Detail: %4, Comment: %5, "
+                           "Filetype: %6, ReservedStorage: %7, Filegroupname: %8, LocalPath: %9)")
+                         .arg(guid, version, lifeCycle.toString(QStringLiteral("dd.MM.yyyy hh.mm.ss")), detail, comment,
+                              QString::number(fileType), QString::number(reservedStorage), name, localPath));
+    localPath = storagePath(guid, name);
+    bool created = false;
+    if (localPath.isEmpty()) {
+        setError(ErrorCreatePath);
+    } else {
+        const auto send = [&](const QString &requestId) {
+            return sender->CreateFileGroup(version, lifeCycle, detail, comment, fileType, reservedStorage, name, guid,
+                                           localPath, requestId);
+        };
+        if (blocking) {
+            AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
+            created = runBlocking(operation, handler, send) && handler.error() == NoError;
+            if (!created && handler.error() != NoError)
+                KAVRO_TRACE_WARNING(trace(operation, "error (%1)").arg(handler.error()));
+        } else {
+            created = !send(QString()).isEmpty();
+            if (!created)
+                setError(sender->GetLastError());
+        }
+    }
+    traceEnd(operation);
+    return created ? guid : QString();
+}
+
+QString KavroClientPrivate::createRovecFileGroup(const QString &subsystem, const QString &rovecId,
+                                                 const QString &recordId, const QString &detail, const QString &comment,
+                                                 const QString &user, FileType fileType, QString &localPath,
+                                                 const QString &guid)
+{
+    const char *operation = "CreateRovecFileGroupHelper";
+    if (!begin(operation))
+        return QString();
+    KAVRO_TRACE_INFO(
+        trace(operation, "Start (Subsystem: %1, RovecId: %2, RecordId: %3)").arg(subsystem, rovecId, recordId));
+    localPath = storagePath(guid, recordId);
+    bool sent = false;
+    if (localPath.isEmpty()) {
+        setError(ErrorCreatePath);
+    } else {
+        sent =
+            !sender
+                 ->CreateRovecFileGroup(subsystem, rovecId, recordId, detail, comment, user, fileType, localPath, guid)
+                 .isEmpty();
+        if (!sent)
+            setError(sender->GetLastError());
+    }
+    traceEnd(operation);
+    return sent ? guid : QString();
+}
+
+QString KavroClientPrivate::addFile(bool blocking, const QString &path, const QString &guid, int fileId,
+                                    unsigned int *newFileId)
+{
+    const char *operation = "AddFileHelper";
+    *newFileId = 0;
+    if (!begin(operation))
+        return QString();
+    KAVRO_TRACE_INFO(trace(operation, "Start (%1, %2)").arg(path, guid));
+    const QString name = fileNameOf(path);
+    QString requestId;
+    if (blocking) {
+        AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
+        const auto send = [&](const QString &id) {
+            return sender->AddFile(guid, name, 0, id);
+        };
+        if (runBlocking(operation, handler, send)) {
+            requestId = handler.requestId();
+            if (handler.error() == NoError)
+                *newFileId = handler.reply().values.value(QStringLiteral("FileId")).toUInt();
+            else
+                KAVRO_TRACE_WARNING(trace(operation, "error (%1)").arg(handler.error()));
+        }
+    } else {
+        requestId = sender->AddFile(guid, name, static_cast<quint32>(fileId));
+        if (requestId.isEmpty())
+            setError(sender->GetLastError());
+    }
+    traceEnd(operation);
+    return requestId;
+}
+
+// KavroClient
+
+KavroClient::KavroClient()
+    : d(std::make_unique<KavroClientPrivate>(this))
+{
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::KavroClient: Start"));
+    d->startSender(QString(), QString(), QString());
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::KavroClient: End"));
+}
+
+KavroClient::KavroClient(const QString &host, quint16 port)
+    : d(std::make_unique<KavroClientPrivate>(this))
+{
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::KavroClient: Start"));
+    ClientConfig &config = ClientConfig::instance();
+    config.overrideAddress(host.isEmpty() ? config.host() : host, port == 0 ? config.port() : port);
+    d->startSender(QString(), QString(), QString());
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::KavroClient: End"));
+}
+
+KavroClient::KavroClient(const QString &host, quint16 port, const QString &application, const QString &user,
+                         const QString &team)
+    : d(std::make_unique<KavroClientPrivate>(this))
+{
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::KavroClient: Start (%1, %2)").arg(host).arg(port));
+    ClientConfig &config = ClientConfig::instance();
+    config.overrideAddress(host, port);
+    config.setAvailable(true);
+    d->explicitIdentity = true;
+    d->startSender(application, user, team);
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::KavroClient: End"));
+}
+
+KavroClient::~KavroClient()
+{
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::~KavroClient: Start"));
+    d->senderThread.quit();
+    d->senderThread.wait();
+    KAVRO_TRACE_INFO(QStringLiteral("KavroClient::~KavroClient: End"));
+}
+
+bool KavroClient::IsKavroAvailable()
+{
+    return ClientConfig::instance().isAvailable();
+}
+
+int KavroClient::GetCompressionRate()
+{
+    return ClientConfig::instance().compressionRate();
+}
+
+QString KavroClient::CreateGuid()
+{
+    return QUuid::createUuid().toString().remove(QLatin1Char('{')).remove(QLatin1Char('}'));
+}
+
+bool KavroClient::IsUseUtc() const
+{
+    return ClientConfig::instance().isUseUtc();
+}
+
+QString KavroClient::GetHost() const
+{
+    return d->sender ? d->sender->GetHost() : QString();
+}
+
+unsigned short KavroClient::GetPort() const
+{
+    return d->sender ? d->sender->GetPort() : 0;
+}
+
+bool KavroClient::IsConnected() const
+{
+    return IsKavroAvailable() && d->sender && d->sender->CheckIsConnected() && d->connected.load();
+}
+
+void KavroClient::Reconnect()
+{
+}
+
+void KavroClient::SetUser(const QString &user)
+{
+    if (IsKavroAvailable() && d->sender)
+        d->sender->SetUser(user);
+}
+
+void KavroClient::SetApplication(const QString &application)
+{
+    if (IsKavroAvailable() && d->sender)
+        d->sender->SetApplication(application);
+}
+
+void KavroClient::SetTeamMembership(const QString &team)
+{
+    if (IsKavroAvailable() && d->sender)
+        d->sender->SetTeamMembership(team);
+}
+
+KavroError KavroClient::GetError()
+{
+    return IsKavroAvailable() ? static_cast<KavroError>(d->error()) : NoError;
+}
+
+QString KavroClient::GetErrorString()
+{
+    return KavroErrorString::Get(GetError());
+}
+
+void KavroClient::SlotConnected(QString storageDirectory)
+{
+    d->setConnected(true, storageDirectory);
+    if (storageDirectory.isEmpty() || !QDir(storageDirectory).exists())
+        KAVRO_TRACE_WARNING(QStringLiteral("Directory does not exist: ") + storageDirectory);
+    Q_EMIT connected();
+}
+
+void KavroClient::SlotDisconnected()
+{
+    d->setConnected(false, QString());
+    Q_EMIT disconnected();
+}
+
+void KavroClient::EmitCreateFileGroupSg(QString guid, QString path)
+{
+    Q_EMIT CreateFileGroupSg(guid, path);
+}
+
+void KavroClient::EmitAddFileSg(QString requestId, unsigned int fileId)
+{
+    Q_EMIT AddFileSg(requestId, fileId);
+}
+
+// Operations
+
+unsigned int KavroClient::AddFile(const QString &path, const QString &guid)
+{
+    unsigned int fileId = 0;
+    d->addFile(true, path, guid, 0, &fileId);
+    return fileId;
+}
+
+QString KavroClient::AddFileAsync(const QString &path, const QString &guid, int fileId)
+{
+    unsigned int unused = 0;
+    return d->addFile(false, path, guid, fileId, &unused);
+}
+
+void KavroClient::AddReference(const QString &guid)
+{
+    d->runAsync("AddReference", guid, [&] {
+        return d->sender->AddReference(guid, d->sender->GetApplication());
+    });
+}
+
+void KavroClient::AddReference(const KavroUrl &url)
+{
+    AddReference(url.toKavroGuid());
+}
+
+void KavroClient::RemoveReference(const QString &guid)
+{
+    d->runAsync("RemoveReference", guid, [&] {
+        return d->sender->RemoveReference(guid, d->sender->GetApplication());
+    });
+}
+
+void KavroClient::RemoveReference(const KavroUrl &url)
+{
+    RemoveReference(url.toKavroGuid());
+}
+
+void KavroClient::RemoveAllReferences(const QString &guid)
+{
+    d->runAsync("RemoveAllReferences", guid, [&] {
+        return d->sender->RemoveAllReferences(guid, d->sender->GetApplication());
+    });
+}
+
+void KavroClient::RemoveAllReferences(const KavroUrl &url)
+{
+    RemoveAllReferences(url.toKavroGuid());
+}
+
+QString KavroClient::CheckFileGroupExists(const QString &guid)
+{
+    return d->runAsync("CheckFileGroupExists", guid, [&] {
+        return d->sender->CheckFileGroupExists(guid);
+    });
+}
+
+void KavroClient::CloseFile(unsigned int fileId, const QString &guid)
+{
+    d->runAsync("CloseFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&] {
+        return d->sender->CloseFile(guid, fileId);
+    });
+}
+
+void KavroClient::CloseFile(const KavroUrl &url)
+{
+    CloseFile(url.toKavroFileId(), url.toKavroGuid());
+}
+
+QString KavroClient::CreateFileGroup(const QString &version, const QDateTime &lifeCycle, const QString &detail,
+                                     const QString &comment, FileType fileType, quint64 reservedStorage,
+                                     const QString &name, QString &localPath, QString guid)
+{
+    if (guid.isEmpty())
+        guid = CreateGuid();
+    return d->createFileGroup(true, version, lifeCycle, detail, comment, fileType, reservedStorage, name, localPath,
+                              guid);
+}
+
+QString KavroClient::CreateFileGroupAsync(const QString &version, const QDateTime &lifeCycle, const QString &detail,
+                                          const QString &comment, FileType fileType, quint64 reservedStorage,
+                                          const QString &name, QString &localPath, QString guid)
+{
+    if (guid.isEmpty())
+        guid = CreateGuid();
+    return d->createFileGroup(false, version, lifeCycle, detail, comment, fileType, reservedStorage, name, localPath,
+                              guid);
+}
+
+QString KavroClient::CreateRovecFileGroupAsync(const QString &subsystem, const QString &rovecId,
+                                               const QString &recordId, const QString &detail, const QString &comment,
+                                               const QString &user, FileType fileType, QString &localPath, QString guid)
+{
+    if (guid.isEmpty())
+        guid = CreateGuid();
+    return d->createRovecFileGroup(subsystem, rovecId, recordId, detail, comment, user, fileType, localPath, guid);
+}
+
+QString KavroClient::CreateRovecFileGroupAsync(const QString &rovecId, const QString &recordId, const QString &detail,
+                                               const QString &comment, const QString &user, FileType fileType,
+                                               QString &localPath, QString guid)
+{
+    return CreateRovecFileGroupAsync(QStringLiteral("IpAddress"), rovecId, recordId, detail, comment, user, fileType,
+                                     localPath, guid);
+}
+
+QString KavroClient::DeleteFileGroupAsync(const QString &guid)
+{
+    return d->runAsync("DeleteFileGroup", guid, [&] {
+        return d->sender->DeleteFileGroup(guid, false);
+    });
+}
+
+QString KavroClient::DeleteFileName(unsigned int fileId, const QString &guid)
+{
+    return d->runAsync("DeleteFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&] {
+        return d->sender->DeleteFile(guid, fileId);
+    });
+}
+
+QString KavroClient::DeleteFileName(const KavroUrl &url)
+{
+    return DeleteFileName(url.toKavroFileId(), url.toKavroGuid());
+}
+
+QString KavroClient::ExportArchiveAsync(const QStringList &guids, const QString &target)
+{
+    return d->runAsync("ExportArchive", QStringLiteral("%1, %2").arg(joined(guids), target), [&] {
+        return d->sender->ExportArchive(target, guids);
+    });
+}
+
+QString KavroClient::ImportArchiveAsync(const QStringList &paths)
+{
+    return d->runAsync("ImportArchive", joined(paths), [&] {
+        return d->sender->ImportArchive(paths);
+    });
+}
+
+QStringList KavroClient::GetApplicationList()
+{
+    return d->listOperation("GetApplicationList", QString(), [&](const QString &id) {
+        return d->sender->GetApplicationList(id);
+    });
+}
+
+QString KavroClient::GetApplicationListAsync()
+{
+    return d->runAsync("GetApplicationList", QString(), [&] {
+        return d->sender->GetApplicationList();
+    });
+}
+
+QStringList KavroClient::GetUserList()
+{
+    return d->listOperation("GetUserList", QString(), [&](const QString &id) {
+        return d->sender->GetUserList(id);
+    });
+}
+
+QString KavroClient::GetUserListAsync()
+{
+    return d->runAsync("GetUserList", QString(), [&] {
+        return d->sender->GetUserList();
+    });
+}
+
+QStringList KavroClient::GetFileList(const QString &guid)
+{
+    return d->listOperation("GetFileList", guid, [&](const QString &id) {
+        return d->sender->GetFileList(guid, id);
+    });
+}
+
+QStringList KavroClient::GetFileList(const KavroUrl &url)
+{
+    return GetFileList(url.toKavroGuid());
+}
+
+QString KavroClient::GetFileListAsync(const QString &guid)
+{
+    return d->runAsync("GetFileList", guid, [&] {
+        return d->sender->GetFileList(guid);
+    });
+}
+
+QStringList KavroClient::QueryFiles(const FileQuery &query, unsigned int &count)
+{
+    count = 0;
+    const char *operation = "QueryFiles";
+    if (!d->begin(operation))
+        return QStringList();
+    d->traceStart(operation, QString());
+    AsyncHandler handler(d->sender, ClientConfig::instance().replyTimeout());
+    QStringList guids;
+    if (d->runBlocking(operation, handler,
+                       [&](const QString &id) {
+                           return d->sender->QueryFileGroups(query, id);
+                       })
+        && handler.error() == NoError) {
+        for (const FileGroupData &group : handler.reply().groups)
+            guids.append(group.getGuid());
+        count = static_cast<unsigned int>(guids.size());
+    }
+    d->traceEnd(operation);
+    return guids;
+}
+
+QString KavroClient::QueryFilesAsync(const FileQuery &query)
+{
+    return d->runAsync("QueryFiles", QString(), [&] {
+        return d->sender->QueryFileGroups(query);
+    });
+}
+
+QString KavroClient::QueryMetaDataAsync(const QString &guid, const QString &application)
+{
+    return d->runAsync("QueryMetaData", guid, [&] {
+        return d->sender->QueryMetaData(guid, application);
+    });
+}
+
+QString KavroClient::QueryLocationStateProgress(const QString &guid)
+{
+    return d->runAsync("QueryLocationStateProgress", guid, [&] {
+        return d->sender->QueryLocationStateProgress(guid);
+    });
+}
+
+QString KavroClient::MoveToNas(const QString &guid)
+{
+    return d->runAsync("MoveToNas", guid, [&] {
+        return d->sender->MoveToNas(guid);
+    });
+}
+
+QString KavroClient::MoveToNas(const KavroUrl &url)
+{
+    return MoveToNas(url.toKavroGuid());
+}
+
+void KavroClient::MoveToNasSync(const QString &guid)
+{
+    const char *operation = "MoveToNas";
+    if (!d->begin(operation))
+        return;
+    d->traceStart(operation, guid);
+    AsyncHandler handler(d->sender, ClientConfig::instance().replyTimeout());
+    const QString requestId = d->runAsync(operation, guid, [&] {
+        return d->sender->MoveToNas(guid, handler.requestId());
+    });
+    if (!requestId.isEmpty()) {
+        const bool handled = handler.wait(requestId);
+        d->setError(handler.error());
+        if (!handled)
+            KAVRO_TRACE_WARNING(QStringLiteral("KavroClient::QueryFiles: AsyncHandler failed"));
+    }
+    d->traceEnd(operation);
+}
+
+QString KavroClient::RequestFile(unsigned int fileId, const QString &guid, LockState lockState)
+{
+    const char *operation = "RequestFile";
+    if (!d->begin(operation))
+        return QString();
+    d->traceStart(operation, QStringLiteral("%1, %2").arg(guid).arg(fileId));
+    AsyncHandler handler(d->sender, ClientConfig::instance().replyTimeout());
+    QString path;
+    if (d->runBlocking(operation, handler,
+                       [&](const QString &id) {
+                           return d->sender->RequestFile(guid, fileId, lockState, id);
+                       })
+        && handler.error() == NoError)
+        path = handler.reply().values.value(QStringLiteral("Path"));
+    d->traceEnd(operation);
+    return path;
+}
+
+QString KavroClient::RequestFile(const KavroUrl &url, LockState lockState)
+{
+    return RequestFile(url.toKavroFileId(), url.toKavroGuid(), lockState);
+}
+
+QString KavroClient::RequestFileAsync(unsigned int fileId, const QString &guid, LockState lockState)
+{
+    return d->runAsync("RequestFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&] {
+        return d->sender->RequestFile(guid, fileId, lockState);
+    });
+}
+
+QString KavroClient::RequestFileAsync(const KavroUrl &url, LockState lockState)
+{
+    return RequestFileAsync(url.toKavroFileId(), url.toKavroGuid(), lockState);
+}
+
+bool KavroClient::IsValidURL(const KavroUrl &url)
+{
+    if (!url.isKavroUrl())
+        return false;
+    const QStringList files = GetFileList(url.toKavroGuid());
+    if (IsKavroAvailable() && GetError() != NoError)
+        return false;
+    if (!url.hasKavroFileId())
+        return true;
+    // The list alternates id and name; only ids are compared.
+    const QString fileId = QString::number(url.toKavroFileId());
+    for (qsizetype i = 0; i < files.size(); i += 2) {
+        if (files.at(i) == fileId)
+            return true;
+    }
+    return false;
+}
+
+QString KavroClient::RegisterConverterAsync(const QString &converterId, const QVector<FileType> &fileTypes)
+{
+    return d->runAsync("RegisterConverter", converterId, [&] {
+        return d->sender->RegisterConverter(converterId, fileTypes);
+    });
+}
+
+void KavroClient::AnswerConvertFileGroup(const QString &guid, KavroError error, const QString &errorString)
+{
+    d->runAsync("AnswerConvertFileGroup", guid, [&] {
+        return d->sender->ConvertFileGroupReply(guid, error, errorString);
+    });
+}
+
+} // namespace Kavro

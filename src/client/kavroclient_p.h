@@ -1,0 +1,110 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#ifndef KAVRO_KAVROCLIENT_P_H
+#define KAVRO_KAVROCLIENT_P_H
+
+#include <kavro/kavroclient.h>
+
+#include <QHash>
+#include <QMutex>
+#include <QThread>
+
+#include <atomic>
+#include <functional>
+
+namespace Kavro
+{
+
+class AsyncHandler;
+class CommandSender;
+
+/*!
+ * \brief The connection settings shared by every client of the process.
+ *
+ * Read once from the section "KAVRO"; a client made with an explicit host
+ * and port overwrites them for all.
+ */
+class KavroClient::ClientConfig
+{
+public:
+    ClientConfig();
+    ~ClientConfig();
+    Q_DISABLE_COPY_MOVE(ClientConfig)
+
+    //! The shared instance, made on first use.
+    static ClientConfig &instance();
+    //! Reads the configuration again (for tests that change it between cases).
+    void reload();
+
+    QString host() const;
+    quint16 port() const;
+    bool isAvailable() const;
+    bool isUseUtc() const;
+    int compressionRate() const;
+    int replyTimeout() const;
+    void overrideAddress(const QString &host, quint16 port);
+    void setAvailable(bool available);
+
+private:
+    void read();
+
+    mutable QMutex m_mutex;
+    QString m_host;
+    quint16 m_port = 0;
+    bool m_available = false;
+    bool m_useUtc = false;
+    int m_compressionRate = -1;
+    int m_replyTimeout = 30000;
+};
+
+class KavroClientPrivate
+{
+public:
+    explicit KavroClientPrivate(KavroClient *owner);
+
+    void startSender(QString application, const QString &user, const QString &team);
+    void setError(int error);
+    int error() const;
+
+    //! The checks every operation begins with; traces and returns false when the operation cannot go on.
+    bool begin(const char *operation);
+    void traceStart(const char *operation, const QString &arguments) const;
+    void traceEnd(const char *operation) const;
+    //! An asynchronous operation: \a send gets no request id of its own and returns the one it made.
+    QString runAsync(const char *operation, const QString &arguments, const std::function<QString()> &send);
+    /*!
+     * A blocking operation: \a send sends with the given request id; true when the
+     * reply came in time, with \a handler holding it. Traces "AsyncHandler failed".
+     */
+    bool runBlocking(const char *operation, AsyncHandler &handler, const std::function<QString(const QString &)> &send);
+    //! Creates the storage directory of a new group; empty when it would leave the storage directory.
+    QString storagePath(const QString &guid, const QString &name);
+    QString createFileGroup(bool blocking, const QString &version, const QDateTime &lifeCycle, const QString &detail,
+                            const QString &comment, FileType fileType, quint64 reservedStorage, const QString &name,
+                            QString &localPath, const QString &guid);
+    QString createRovecFileGroup(const QString &subsystem, const QString &rovecId, const QString &recordId,
+                                 const QString &detail, const QString &comment, const QString &user, FileType fileType,
+                                 QString &localPath, const QString &guid);
+    QString addFile(bool blocking, const QString &path, const QString &guid, int fileId, unsigned int *newFileId);
+    QStringList listOperation(const char *operation, const QString &arguments,
+                              const std::function<QString(const QString &)> &send);
+    void connectSignals();
+
+    QString storageDirectory() const;
+    void setConnected(bool connected, const QString &storageDirectory);
+
+    bool explicitIdentity = false;
+    CommandSender *sender = nullptr;
+    KavroClient *const owner;
+    std::atomic<bool> connected{false};
+    QThread senderThread;
+
+private:
+    mutable QMutex m_stateMutex;
+    QString m_storageDirectory;
+    QHash<Qt::HANDLE, int> m_errors; // by calling thread
+};
+
+} // namespace Kavro
+
+#endif
