@@ -352,7 +352,7 @@ void CommandSender::notifyWaiter(const SoapReply &reply, int error, const QStrin
     if (!reply.known && reply.readError.isEmpty())
         waiting->waiter->requestHandled(reply, ErrorUnknownReplyCommand,
                                         KavroErrorString::Get(ErrorUnknownReplyCommand));
-    else if (reply.readError.isEmpty() && reply.command != waiting->expectedReply)
+    else if (reply.readError.isEmpty() && !waiting->expectedReply.isEmpty() && reply.command != waiting->expectedReply)
         waiting->waiter->requestHandled(reply, ErrorReplyCommandMismatch,
                                         KavroErrorString::Get(ErrorReplyCommandMismatch));
     else

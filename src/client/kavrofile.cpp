@@ -109,7 +109,7 @@ KavroFile::KavroFile(KavroClient *client, const QString &name, const QString &ve
         d->guid = client->CreateFileGroup(version, lifeCycle, detail, comment, fileType, reservedStorage, groupName,
                                           groupDirectory, QString());
         d->takeError();
-        if (d->error == NoError) {
+        if (d->error == Kavro::NoError) {
             d->created = true;
             // The archive keeps its files in the group's directory.
             const QString archived = QDir(groupDirectory).filePath(filePart);
@@ -120,7 +120,7 @@ KavroFile::KavroFile(KavroClient *client, const QString &name, const QString &ve
                 d->takeError();
             }
         }
-        if (d->error != NoError)
+        if (d->error != Kavro::NoError)
             KAVRO_TRACE_WARNING(prefix + KavroErrorString::Get(d->error));
     }
     KAVRO_TRACE_INFO(prefix + QStringLiteral("End"));
@@ -145,7 +145,7 @@ bool KavroFile::open(QIODevice::OpenMode mode)
             const LockState lock = (mode & QIODevice::WriteOnly) ? LockWrite : LockRead;
             d->localName = d->client->RequestFile(d->fileId, d->guid, lock);
             d->takeError();
-            if (d->error != NoError) {
+            if (d->error != Kavro::NoError) {
                 KAVRO_TRACE_WARNING(QStringLiteral("KavroFile::open: %1").arg(KavroErrorString::Get(d->error)));
                 d->localName.clear();
                 return false;
@@ -165,7 +165,7 @@ void KavroFile::close()
     if (KavroClient::IsKavroAvailable() && d->client && !d->guid.isEmpty()) {
         d->client->CloseFile(d->fileId, d->guid);
         d->takeError();
-        if (d->error != NoError)
+        if (d->error != Kavro::NoError)
             KAVRO_TRACE_WARNING(QStringLiteral("KavroFile::close: %1").arg(KavroErrorString::Get(d->error)));
     }
     KAVRO_TRACE_INFO(QStringLiteral("KavroFile::close: End"));

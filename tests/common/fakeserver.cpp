@@ -100,6 +100,34 @@ void FakeServer::setResponder(Responder responder)
     m_responder = std::move(responder);
 }
 
+void FakeServer::answerRequests(const QString &basePath)
+{
+    setReplyFields(QStringLiteral("GetBasePath"), "<m:Path>" + basePath.toUtf8() + "</m:Path><m:Error>0</m:Error>");
+    setResponder([this](const QByteArray &request) {
+        const QString command = FakeServer::commandOf(request);
+        if (m_replyFields.value(command) == "silent")
+            return QList<QByteArray>();
+        const QByteArray name = m_replyNames.value(command, (command + QStringLiteral("Reply")).toLatin1());
+        const QByteArray fields = m_replyFields.value(command, "<m:Error>0</m:Error><m:ErrorString/>");
+        return QList<QByteArray>{soapReply(requestIdOf(request), name.constData(), fields)};
+    });
+}
+
+void FakeServer::setReplyFields(const QString &command, const QByteArray &fields)
+{
+    m_replyFields.insert(command, fields);
+}
+
+void FakeServer::setReplyName(const QString &command, const QByteArray &replyName)
+{
+    m_replyNames.insert(command, replyName);
+}
+
+void FakeServer::setSilent(const QString &command)
+{
+    m_replyFields.insert(command, "silent");
+}
+
 QByteArray FakeServer::soapReply(const QString &requestId, const char *command, const QByteArray &fields)
 {
     return "<?xml version=\"1.0\"?><s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\">"

@@ -4,6 +4,7 @@
 #define KAVRO_TESTS_FAKESERVER_H
 
 #include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QPointer>
@@ -48,6 +49,16 @@ public:
     QList<QByteArray> frames() const;
     bool waitForFrames(int count, int timeout = 10000);
     void setResponder(Responder responder);
+    /*!
+     * Answers like an archive server: every request with its command's reply,
+     * holding the fields set with setReplyFields() (by default no error), and
+     * "GetBasePath" with \a basePath. A command set silent is not answered.
+     */
+    void answerRequests(const QString &basePath);
+    void setReplyFields(const QString &command, const QByteArray &fields);
+    //! Answers \a command with a reply named \a replyName instead of its own.
+    void setReplyName(const QString &command, const QByteArray &replyName);
+    void setSilent(const QString &command);
 
     //! A reply document: the envelope with \a requestId, and \a fields (XML, prefix "m") inside \a command.
     static QByteArray soapReply(const QString &requestId, const char *command, const QByteArray &fields);
@@ -77,6 +88,8 @@ private:
     QByteArray m_received;
     QList<QByteArray> m_frames;
     Responder m_responder;
+    QHash<QString, QByteArray> m_replyFields;
+    QHash<QString, QByteArray> m_replyNames;
 };
 
 #endif
