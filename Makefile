@@ -7,7 +7,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?= -DKAVRO_WERROR=ON
 
-.PHONY: all deps configure build test demo asan format clean
+.PHONY: all deps configure build test demo asan tsan format clean
 
 all: build
 
@@ -32,8 +32,18 @@ demo: build
 asan:
 	$(MAKE) test BUILD_DIR=build-asan BUILD_TYPE=Debug CMAKE_ARGS='-DKAVRO_WERROR=ON -DKAVRO_SANITIZE="address;undefined"'
 
+# The concurrency-heavy tests under ThreadSanitizer, against a Qt built for it
+# (built once by scripts/build-tsan-qt.sh into ~/.cache/kavro/qt-tsan).
+tsan: deps
+	@set -e; qt=$$(bash scripts/build-tsan-qt.sh); \
+	cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKAVRO_WERROR=ON -DKAVRO_SANITIZE=thread \
+	    -DKAVRO_TRANSLATIONS=OFF -DCMAKE_PREFIX_PATH="$$qt" -DCMAKE_BUILD_RPATH="$$qt/lib"; \
+	cmake --build build-tsan --parallel $(JOBS); \
+	TSAN_OPTIONS="halt_on_error=0 exitcode=66 second_deadlock_stack=1" \
+	    ctest --test-dir build-tsan --output-on-failure -R '^(transport|protocol|client|tsan)/'
+
 format: deps
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) build-asan
+	rm -rf $(BUILD_DIR) build-asan build-tsan
