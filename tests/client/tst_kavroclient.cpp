@@ -44,6 +44,8 @@ private Q_SLOTS:
     void blockingResults();
     void blockingFailures_data();
     void blockingFailures();
+    void notConnected_data();
+    void notConnected();
     void eightThreadsAtOnce();
     void createFileGroup_data();
     void createFileGroup();
@@ -335,6 +337,67 @@ void tst_KavroClient::blockingFailures()
     QCOMPARE(client->GetError(), NoError); // the error belongs to the calling thread
     if (error != 47 && error != 41 && error != 42)
         QVERIFY(capture.texts().contains(QStringLiteral("KavroClient::GetUserList: AsyncHandler failed")));
+}
+
+void tst_KavroClient::notConnected_data()
+{
+    QTest::addColumn<Call>("call");
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QVariant>("empty");
+
+    const QString G = QStringLiteral("G");
+    const auto row = [](const char *tag, const Call &call, const char *operation, const QVariant &empty) {
+        QTest::newRow(tag) << call << QString::fromLatin1(operation) << empty;
+    };
+    row(
+        "user list",
+        [](KavroClient &c) {
+            return c.GetUserList();
+        },
+        "GetUserList", QStringList());
+    row(
+        "add file",
+        [G](KavroClient &c) {
+            return c.AddFile(QStringLiteral("/a/b"), G);
+        },
+        "AddFileHelper", 0u);
+    row(
+        "request file",
+        [G](KavroClient &c) {
+            return c.RequestFile(1, G, LockRead);
+        },
+        "RequestFile", QString());
+    row(
+        "create group",
+        [](KavroClient &c) {
+            QString path;
+            return c.CreateFileGroup(QString(), QDateTime(), QString(), QString(), FileTypeImage, 0,
+                                     QStringLiteral("n"), path);
+        },
+        "CreateFileGroupHelper", QString());
+    row(
+        "asynchronous",
+        [G](KavroClient &c) {
+            return c.DeleteFileGroupAsync(G);
+        },
+        "DeleteFileGroup", QString());
+}
+
+void tst_KavroClient::notConnected()
+{
+    QFETCH(Call, call);
+    QFETCH(QString, operation);
+    QFETCH(QVariant, empty);
+
+    m_server->setSilent(QStringLiteral("GetBasePath")); // the TCP connection stands, the client is not connected
+    KavroClient client;
+    QVERIFY(m_server->waitForFrames(1));
+    const TraceCapture capture;
+    const QVariant result = call(client);
+    QCOMPARE(result, empty);
+    QCOMPARE(client.GetError(), ErrorNotConnected);
+    QVERIFY(capture.texts().contains(QStringLiteral("KavroClient::%1: no commandsender available").arg(operation)));
+    QCOMPARE(m_server->frames().size(), 1);
 }
 
 void tst_KavroClient::eightThreadsAtOnce()
