@@ -27,11 +27,6 @@ void removeLocked()
 }
 } // namespace
 
-QString componentName()
-{
-    return QStringLiteral("KavroClient");
-}
-
 bool install(const QLocale &locale)
 {
     const QMutexLocker locker(&s_mutex);

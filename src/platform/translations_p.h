@@ -18,8 +18,6 @@ namespace Kavro
  */
 namespace Translations
 {
-//! The component name under which the library registers its translations.
-QString componentName();
 //! Installs the catalogue for \a locale, replacing one installed before. False when there is none.
 bool install(const QLocale &locale);
 //! Removes the installed catalogue; display texts are English again.
