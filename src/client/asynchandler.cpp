@@ -32,7 +32,7 @@ bool AsyncHandler::wait(const QString &requestId)
     if (requestId != m_requestId)
         return false;
     const QMutexLocker locker(&m_mutex);
-    const QDeadlineTimer deadline(m_timeout);
+    const QDeadlineTimer deadline(m_timeout, Qt::PreciseTimer);
     while (!m_done && m_waitCondition.wait(&m_mutex, deadline)) { }
     if (!m_done) {
         m_error = ErrorReplyTimeout;
