@@ -63,11 +63,6 @@ QString KavroClientSOAPMessage::command() const
     return QLatin1String(m_command);
 }
 
-const QList<SoapField> &KavroClientSOAPMessage::fields() const
-{
-    return m_fields;
-}
-
 QString KavroClientSOAPMessage::envelopeNamespace()
 {
     return QStringLiteral("http://www.w3.org/2003/05/soap-envelope");

@@ -41,7 +41,6 @@ public:
 
     QString requestId() const;
     QString command() const;
-    const QList<SoapField> &fields() const;
 
     //! The whole request document.
     virtual QByteArray writeRequest() const;

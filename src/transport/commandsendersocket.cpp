@@ -45,16 +45,6 @@ CommandSenderSocket::CommandSenderSocket(const QString &host, quint16 port)
 
 CommandSenderSocket::~CommandSenderSocket() = default;
 
-QString CommandSenderSocket::host() const
-{
-    return m_host;
-}
-
-quint16 CommandSenderSocket::port() const
-{
-    return m_port;
-}
-
 bool CommandSenderSocket::isConnected() const
 {
     return m_connected.load();
@@ -80,26 +70,11 @@ bool CommandSenderSocket::isLogging() const
     return m_logEnabled;
 }
 
-QString CommandSenderSocket::logFileName() const
-{
-    return m_logFile.fileName();
-}
-
-int CommandSenderSocket::reconnectInterval() const
-{
-    return m_reconnectInterval;
-}
-
 void CommandSenderSocket::setReconnectInterval(int milliseconds)
 {
     m_reconnectInterval = milliseconds;
     if (m_reconnectTimer)
         m_reconnectTimer->setInterval(milliseconds);
-}
-
-int CommandSenderSocket::replyTimeout() const
-{
-    return m_replyTimeout;
 }
 
 void CommandSenderSocket::setReplyTimeout(int milliseconds)

@@ -27,10 +27,10 @@ class XmlSeparator;
  * Messages travel behind a 4-byte little-endian length. Only one request is
  * outstanding at a time: later ones wait in a FIFO, and the next one goes out
  * as soon as a message arrives, before that message is announced. While the
- * connection is down it is re-established every reconnectInterval() ms. A
- * reply overdue by replyTimeout() ms, or a message larger than the
- * "MaxMessageSize" setting, tears the connection down and re-establishes it;
- * the FIFO survives. The interval comes from the setting "ReconnectIntervalMs".
+ * connection is down it is re-established every "ReconnectIntervalMs" (5000
+ * by default). A reply overdue by "ReplyTimeoutMs", or a message larger than
+ * "MaxMessageSize", tears the connection down and re-establishes it; the FIFO
+ * survives.
  *
  * The object lives on its own thread and is reached through queued calls;
  * isConnected() may be read from any thread.
@@ -47,20 +47,15 @@ public:
     ~CommandSenderSocket() override;
     Q_DISABLE_COPY_MOVE(CommandSenderSocket)
 
-    QString host() const;
-    quint16 port() const;
     bool isConnected() const;
     bool isAwaitingReply() const;
     int pendingCount() const;
     //! How often sl_connect() has started a connection attempt.
     int connectAttempts() const;
     bool isLogging() const;
-    QString logFileName() const;
 
-    int reconnectInterval() const;
     //! Milliseconds between connection attempts; set before the object moves to its thread.
     void setReconnectInterval(int milliseconds);
-    int replyTimeout() const;
     //! Milliseconds a reply may take before the connection is re-established; 0 waits for ever.
     void setReplyTimeout(int milliseconds);
 
