@@ -528,6 +528,10 @@
         <translation>Unerwarteter Text %1</translation>
     </message>
     <message>
+        <source>Expected a number, but got %1</source>
+        <translation>Zahl erwartet, aber %1 erhalten</translation>
+    </message>
+    <message>
         <source>Expected namespace %1, but got %2</source>
         <translation>Namensraum %1 erwartet, aber %2 gefunden</translation>
     </message>

@@ -64,7 +64,11 @@ public:
     KavroError GetError() const;
     QString GetErrorString() const;
 
-    //! Takes the file id of an AddFileAsync() answer whose request id this file is waiting for.
+    /*!
+     * Kept for existing callers: a file waits for no AddFileAsync() answer (it
+     * adds itself with the blocking AddFile()), so this does nothing and
+     * fileSuccessfullyAdded() is not emitted.
+     */
     void handleAddFileSignal(const QString &requestId, unsigned int fileId);
 
 Q_SIGNALS:

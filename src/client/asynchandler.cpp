@@ -11,7 +11,7 @@ namespace Kavro
 
 AsyncHandler::AsyncHandler(CommandSender *sender, quint32 timeout)
     : m_sender(sender)
-    , m_timeout(timeout)
+    , m_deadline(timeout == 0 ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(timeout, Qt::PreciseTimer))
     , m_requestId(CommandSender::newRequestId())
 {
     m_sender->addWaiter(m_requestId, this);
@@ -32,13 +32,9 @@ bool AsyncHandler::wait(const QString &requestId)
     if (requestId != m_requestId)
         return false;
     const QMutexLocker locker(&m_mutex);
-    const QDeadlineTimer deadline(m_timeout, Qt::PreciseTimer);
-    while (!m_done && m_waitCondition.wait(&m_mutex, deadline)) { }
-    if (!m_done) {
-        m_error = ErrorReplyTimeout;
-        m_errorString = KavroErrorString::Get(ErrorReplyTimeout);
-        return false;
-    }
+    while (!m_done && m_waitCondition.wait(&m_mutex, m_deadline)) { }
+    if (!m_done)
+        finish(ErrorReplyTimeout, KavroErrorString::Get(ErrorReplyTimeout));
     return m_handled;
 }
 
@@ -59,26 +55,32 @@ const SoapReply &AsyncHandler::reply() const
     return m_reply;
 }
 
-void AsyncHandler::requestHandled(const SoapReply &reply, int error, const QString &errorString)
+bool AsyncHandler::requestHandled(const SoapReply &reply, int error, const QString &errorString)
 {
     const QMutexLocker locker(&m_mutex);
     if (m_done)
-        return;
+        return false;
     m_reply = reply;
-    m_error = error;
-    m_errorString = errorString;
     m_handled = true;
-    m_done = true;
-    m_waitCondition.wakeAll();
+    finish(error, errorString);
+    return true;
 }
 
-void AsyncHandler::connectionLost()
+void AsyncHandler::requestFailed(int error)
 {
     const QMutexLocker locker(&m_mutex);
     if (m_done)
         return;
-    m_error = ErrorNotConnected;
-    m_errorString = KavroErrorString::Get(ErrorNotConnected);
+    // A request whose time is up is overdue, whatever else happened to it.
+    if (m_deadline.hasExpired())
+        error = ErrorReplyTimeout;
+    finish(error, KavroErrorString::Get(static_cast<KavroError>(error)));
+}
+
+void AsyncHandler::finish(int error, const QString &errorString)
+{
+    m_error = error;
+    m_errorString = errorString;
     m_done = true;
     m_waitCondition.wakeAll();
 }

@@ -6,6 +6,7 @@
 #include "commandsender_p.h"
 #include "soapreply_p.h"
 
+#include <QDeadlineTimer>
 #include <QMutex>
 #include <QWaitCondition>
 
@@ -18,8 +19,13 @@ namespace Kavro
  * The handler is registered with the dispatcher for requestId() before the
  * request is sent, so a reply that comes before wait() begins is not lost.
  * The dispatcher's thread tells it the outcome directly, under its mutex; no
- * thread is started per call. The wait ends when the reply has been handled,
- * when the connection drops, or after the timeout.
+ * thread is started per call. The wait ends when the reply has been handled
+ * (its error), when the request is overdue (ErrorReplyTimeout: the timeout,
+ * counted from the handler's construction, passed, or the connection's
+ * watchdog found the reply overdue), or when the connection drops first
+ * (ErrorNotConnected). A timeout of 0 waits without limit. Once the wait has
+ * ended, later news of the request is ignored; destroying the handler
+ * withdraws the request if it is still queued.
  *
  * \code
  * AsyncHandler handler(sender, timeout);
@@ -46,12 +52,14 @@ public:
     //! The reply, once wait() returned true.
     const SoapReply &reply() const;
 
-    void requestHandled(const SoapReply &reply, int error, const QString &errorString) override;
-    void connectionLost() override;
+    bool requestHandled(const SoapReply &reply, int error, const QString &errorString) override;
+    void requestFailed(int error) override;
 
 private:
+    void finish(int error, const QString &errorString);
+
     CommandSender *const m_sender;
-    const quint32 m_timeout;
+    const QDeadlineTimer m_deadline;
     const QString m_requestId;
     mutable QMutex m_mutex;
     QWaitCondition m_waitCondition;

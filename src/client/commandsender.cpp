@@ -9,6 +9,7 @@
 #include "soapreply_p.h"
 #include "trace_p.h"
 
+#include <QThread>
 #include <QTimer>
 #include <QUuid>
 
@@ -175,14 +176,10 @@ CommandSender::CommandSender(const QString &host, quint16 port, const QString &a
     , m_user(user)
     , m_team(team)
 {
-    m_socketThread.setObjectName(QStringLiteral("commandSocketThread"));
 }
 
-CommandSender::~CommandSender()
-{
-    m_socketThread.quit();
-    m_socketThread.wait();
-}
+// The connection is a child of this object and goes with it, on this thread.
+CommandSender::~CommandSender() = default;
 
 QString CommandSender::GetHost() const
 {
@@ -240,24 +237,26 @@ void CommandSender::setCheckInterval(int milliseconds)
     m_checkInterval = milliseconds;
 }
 
+void CommandSender::setReplyTimeout(int milliseconds)
+{
+    m_replyTimeout = milliseconds;
+}
+
 void CommandSender::start()
 {
-    if (m_socketThread.isRunning()) {
-        m_socketThread.quit();
-        m_socketThread.wait();
-    }
-    delete m_socket.exchange(nullptr);
-
+    // The connection is made once; a second start would only repeat it.
+    if (m_socket.load())
+        return;
     auto *socket = new CommandSenderSocket(m_host, m_port);
-    socket->moveToThread(&m_socketThread);
+    socket->setParent(this);
+    socket->setReplyTimeout(m_replyTimeout);
+    socket->setUnsolicitedFilter(isUnsolicitedMessage);
     connect(socket, &CommandSenderSocket::si_newMessage, this, &CommandSender::SlotHandleXmlReply);
     connect(socket, &CommandSenderSocket::si_connected, this, &CommandSender::SlotConnected);
     connect(socket, &CommandSenderSocket::si_disconnected, this, &CommandSender::SlotDisconnected);
-    connect(&m_socketThread, &QThread::finished, socket, &QObject::deleteLater);
+    connect(socket, &CommandSenderSocket::si_replyOverdue, this, &CommandSender::replyOverdue);
     m_socket.store(socket);
-    m_socketThread.start(QThread::InheritPriority);
 
-    delete m_checkTimer;
     m_checkTimer = new QTimer(this);
     m_checkTimer->setInterval(m_checkInterval);
     connect(m_checkTimer, &QTimer::timeout, this, &CommandSender::SlotCheckConnection);
@@ -272,12 +271,40 @@ void CommandSender::SlotConnected()
 void CommandSender::SlotDisconnected()
 {
     m_connected.store(false);
+    failAllWaiters(ErrorNotConnected);
+    Q_EMIT disconnected();
+}
+
+void CommandSender::replyOverdue(const QString &requestId)
+{
+    const QMutexLocker locker(&m_waitersMutex);
+    const auto waiting = m_waiters.constFind(requestId);
+    if (waiting != m_waiters.constEnd() && waiting->waiter)
+        waiting->waiter->requestFailed(ErrorReplyTimeout);
+}
+
+void CommandSender::failAllWaiters(int error)
+{
+    // Replies to what went out on this connection cannot come any more, so every entry goes.
+    const QMutexLocker locker(&m_waitersMutex);
+    CommandSenderSocket *socket = m_socket.load();
+    for (auto waiting = m_waiters.cbegin(); waiting != m_waiters.cend(); ++waiting) {
+        if (!waiting->waiter)
+            continue;
+        if (socket)
+            socket->withdraw(waiting.key());
+        waiting->waiter->requestFailed(error);
+    }
+    m_waiters.clear();
+}
+
+void CommandSender::shutDown()
+{
     {
         const QMutexLocker locker(&m_waitersMutex);
-        for (const Waiting &waiting : std::as_const(m_waiters))
-            waiting.waiter->connectionLost();
+        m_shutDown = true;
     }
-    Q_EMIT disconnected();
+    failAllWaiters(ErrorNotConnected);
 }
 
 void CommandSender::SlotCheckConnection()
@@ -320,13 +347,47 @@ QString CommandSender::newRequestId()
 void CommandSender::addWaiter(const QString &requestId, RequestWaiter *waiter)
 {
     const QMutexLocker locker(&m_waitersMutex);
-    m_waiters.insert(requestId, {waiter, QString()});
+    if (m_shutDown)
+        waiter->requestFailed(ErrorNotConnected);
+    else
+        m_waiters.insert(requestId, {waiter, QString()});
 }
 
 void CommandSender::removeWaiter(const QString &requestId)
 {
+    CommandSenderSocket *socket = m_socket.load();
+    {
+        const QMutexLocker locker(&m_waitersMutex);
+        const auto waiting = m_waiters.find(requestId);
+        if (waiting == m_waiters.end())
+            return;
+        if (!socket || socket->withdraw(requestId)) {
+            m_waiters.erase(waiting);
+            return;
+        }
+        waiting->waiter = nullptr; // gone out: its reply, if it comes, is dropped
+    }
+    // Its caller gave up on it as overdue, so the line it holds is reset before the caller hears of it:
+    // the next request does not queue behind a reply that will not come.
+    const auto abandon = [socket, requestId] {
+        socket->abandonOutstanding(requestId);
+    };
+    if (QThread::currentThread() == socket->thread())
+        abandon();
+    else
+        QMetaObject::invokeMethod(socket, abandon, Qt::BlockingQueuedConnection);
+}
+
+bool CommandSender::dropLateReply(const QString &requestId)
+{
     const QMutexLocker locker(&m_waitersMutex);
-    m_waiters.remove(requestId);
+    const auto waiting = m_waiters.find(requestId);
+    if (waiting == m_waiters.end() || waiting->waiter)
+        return false;
+    m_waiters.erase(waiting);
+    KAVRO_TRACE_WARNING(
+        QStringLiteral("CommandSender::SlotHandleXmlReply: dropped the late reply to %1").arg(requestId));
+    return true;
 }
 
 QString CommandSender::send(const KavroClientSOAPMessage &message)
@@ -337,8 +398,7 @@ QString CommandSender::send(const KavroClientSOAPMessage &message)
         if (waiting != m_waiters.end())
             waiting->expectedReply = message.command() + QStringLiteral("Reply");
     }
-    QMetaObject::invokeMethod(m_socket.load(), "sl_sendMessage", Qt::QueuedConnection,
-                              Q_ARG(QByteArray, message.writeRequest()));
+    m_socket.load()->post(message.requestId(), message.writeRequest());
     return message.requestId();
 }
 
@@ -346,22 +406,27 @@ void CommandSender::notifyWaiter(const SoapReply &reply, int error, const QStrin
 {
     const QMutexLocker locker(&m_waitersMutex);
     const auto waiting = m_waiters.constFind(reply.requestId);
-    if (waiting == m_waiters.constEnd())
+    if (waiting == m_waiters.constEnd() || !waiting->waiter)
         return;
     // A reply the waiter cannot use still releases it, with the reason.
+    int outcome = error;
     if (!reply.known && reply.readError.isEmpty())
-        waiting->waiter->requestHandled(reply, ErrorUnknownReplyCommand,
-                                        KavroErrorString::Get(ErrorUnknownReplyCommand));
+        outcome = ErrorUnknownReplyCommand;
     else if (reply.readError.isEmpty() && !waiting->expectedReply.isEmpty() && reply.command != waiting->expectedReply)
-        waiting->waiter->requestHandled(reply, ErrorReplyCommandMismatch,
-                                        KavroErrorString::Get(ErrorReplyCommandMismatch));
-    else
-        waiting->waiter->requestHandled(reply, error, errorString);
+        outcome = ErrorReplyCommandMismatch;
+    const QString outcomeText =
+        outcome == error ? errorString : KavroErrorString::Get(static_cast<KavroError>(outcome));
+    if (!waiting->waiter->requestHandled(reply, outcome, outcomeText))
+        KAVRO_TRACE_WARNING(
+            QStringLiteral("CommandSender::SlotHandleXmlReply: dropped the late reply to %1").arg(reply.requestId));
+    m_waiters.erase(waiting);
 }
 
 void CommandSender::SlotHandleXmlReply(QByteArray data)
 {
     const SoapReply reply = readSoapReply(data);
+    if (!reply.requestId.isEmpty() && dropLateReply(reply.requestId))
+        return;
     const int position = ReplyHandler::position(reply.command);
     if (position < 0) {
         if (reply.readError.isEmpty())
@@ -383,7 +448,7 @@ void CommandSender::SlotHandleXmlReply(QByteArray data)
     } else if (handler.limitErrors && error >= s_errorLimit) {
         error = ErrorUnknown;
     }
-    if (qstrcmp(handler.name, "QueryMetaDataReply") == 0) {
+    if (qstrcmp(handler.name, "QueryMetaDataReply") == 0 && reply.readError.isEmpty()) {
         // This reply reports its error through the code's own text.
         errorString = KavroErrorString::Get(static_cast<KavroError>(error));
         if (error != NoError)
@@ -591,8 +656,13 @@ QString CommandSender::ConvertFileGroupReply(const QString &guid, int error, con
     if (!CheckIsConnected())
         return QString();
     const ConvertFileGroupReplyMessage message(guid, error, errorString);
-    QMetaObject::invokeMethod(m_socket.load(), "sl_sendAnswer", Qt::QueuedConnection,
-                              Q_ARG(QByteArray, message.writeRequest()));
+    CommandSenderSocket *socket = m_socket.load();
+    QMetaObject::invokeMethod(
+        socket,
+        [socket, bytes = message.writeRequest()] {
+            socket->sl_sendAnswer(bytes);
+        },
+        Qt::AutoConnection);
     return message.requestId();
 }
 

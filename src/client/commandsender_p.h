@@ -10,7 +10,6 @@
 #include <QMutex>
 #include <QObject>
 #include <QStringList>
-#include <QThread>
 
 #include <atomic>
 #include <functional>
@@ -34,23 +33,30 @@ class RequestWaiter
 {
 public:
     virtual ~RequestWaiter() = default;
-    //! The reply to the awaited request was handled; \a error is the code handed on with it.
-    virtual void requestHandled(const SoapReply &reply, int error, const QString &errorString) = 0;
-    //! The connection dropped before the reply came.
-    virtual void connectionLost() = 0;
+    /*!
+     * The reply to the awaited request was handled; \a error is the code handed
+     * on with it. False when the waiter had given up already (a late reply).
+     */
+    virtual bool requestHandled(const SoapReply &reply, int error, const QString &errorString) = 0;
+    //! The request failed without a reply: \a error is ErrorNotConnected or ErrorReplyTimeout.
+    virtual void requestFailed(int error) = 0;
 };
 
 /*!
  * \brief Turns operations into requests and replies into signals.
  *
- * Lives on its own thread and owns the connection, which runs on the thread
- * "commandSocketThread". The request methods may be called from any thread;
+ * Lives on its own thread, "commandSenderThread", together with the
+ * connection it owns. The request methods may be called from any thread;
  * each returns the request id, or an empty string with lastError() 43 when
  * the client is not connected. The client counts as connected once the
  * server has answered the first "GetBasePath" after a connection.
  *
  * A caller that blocks for a reply registers a RequestWaiter for a request id
  * it chose (newRequestId()) before sending, so no reply can slip past it.
+ * A waiter is told 44 when its request is overdue and 43 when the connection
+ * is lost first. A request whose waiter failed or gave up is taken out of
+ * the queue, so it is never sent afterwards; a reply that comes after its
+ * waiter gave up is dropped.
  */
 class CommandSender : public QObject
 {
@@ -75,12 +81,18 @@ public:
     void SetTeamMembership(const QString &team);
     //! Milliseconds between keep-alive requests; set before start().
     void setCheckInterval(int milliseconds);
+    //! Milliseconds a reply may take before the connection is re-established (0: no limit); set before start().
+    void setReplyTimeout(int milliseconds);
 
     bool CheckIsConnected();
 
     static QString newRequestId();
+    //! Waits for \a requestId; after shutDown() the waiter fails at once with 43.
     void addWaiter(const QString &requestId, RequestWaiter *waiter);
+    //! The waiter is done: its request is withdrawn if still queued, else its reply will be dropped.
     void removeWaiter(const QString &requestId);
+    //! Fails every waiter with 43 and every later one at once; for the client's destructor.
+    void shutDown();
 
     // Request methods; the optional last argument is the request id to use.
     QString CreateFileGroup(const QString &version, const QDateTime &lifeCycle, const QString &detail,
@@ -151,6 +163,9 @@ public Q_SLOTS:
     void SlotHandleXmlError(QString error);
     void SlotCheckConnection();
 
+private Q_SLOTS:
+    void replyOverdue(const QString &requestId);
+
 private:
     friend struct ReplyHandler;
 
@@ -159,6 +174,10 @@ private:
     QString sendIfConnected(const KavroClientSOAPMessage &message, const std::function<QString()> &trace = {});
     void sendGetBasePath();
     void notifyWaiter(const SoapReply &reply, int error, const QString &errorString);
+    //! True, and traced, for the reply to a request whose waiter gave up.
+    bool dropLateReply(const QString &requestId);
+    //! Fails every waiter with \a error and forgets them all; their queued requests are withdrawn.
+    void failAllWaiters(int error);
     void handleBasePath(const QString &path);
 
     const QString m_host;
@@ -168,18 +187,19 @@ private:
     QString m_user;
     QString m_team;
     std::atomic<CommandSenderSocket *> m_socket{nullptr};
-    QThread m_socketThread;
     QTimer *m_checkTimer = nullptr;
     int m_checkInterval = defaultCheckInterval;
+    int m_replyTimeout = 30000;
     std::atomic<bool> m_connected{false};
     std::atomic<int> m_lastError{NoError};
 
     struct Waiting {
-        RequestWaiter *waiter;
+        RequestWaiter *waiter; // null once the waiter gave up on a request that had gone out
         QString expectedReply;
     };
     QMutex m_waitersMutex;
     QHash<QString, Waiting> m_waiters;
+    bool m_shutDown = false;
 };
 
 } // namespace Kavro

@@ -13,6 +13,8 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
+#include <QSet>
 #include <QUuid>
 
 namespace Kavro
@@ -48,6 +50,36 @@ QString fileNameOf(const QString &path)
     if (cut < 0)
         cut = path.lastIndexOf(QLatin1Char('/'));
     return path.mid(cut + 1);
+}
+
+// Each thread keeps the failed outcome of its last operation per client, by
+// the client's serial number; success is the absence of an entry. Entries of
+// destroyed clients are pruned, so the record stays as small as the set of
+// live clients a thread has seen fail.
+std::atomic<quint64> s_nextSerial{1};
+QMutex s_liveClientsMutex;
+QSet<quint64> s_liveClients;
+thread_local QHash<quint64, int> t_errors;
+constexpr qsizetype s_pruneAbove = 8;
+
+void pruneDeadClients(QHash<quint64, int> &errors)
+{
+    const QMutexLocker locker(&s_liveClientsMutex);
+    errors.removeIf([](const std::pair<const quint64 &, int &> &entry) {
+        return !s_liveClients.contains(entry.first);
+    });
+}
+
+// Removes the directories from \a leaf up to \a top as long as they are empty.
+void removeCreatedDirectories(const QString &leaf, const QString &top)
+{
+    if (top.isEmpty())
+        return;
+    const QString stop = QDir::cleanPath(top);
+    for (QDir dir(QDir::cleanPath(leaf)); dir.path().startsWith(stop); dir.setPath(QFileInfo(dir.path()).path())) {
+        if (!QDir().rmdir(dir.path()) || dir.path() == stop)
+            break;
+    }
 }
 } // namespace
 
@@ -144,11 +176,59 @@ void KavroClient::ClientConfig::setAvailable(bool available)
 
 KavroClientPrivate::KavroClientPrivate(KavroClient *owner)
     : owner(owner)
+    , m_serial(s_nextSerial.fetch_add(1))
 {
     KavroClient::ClientConfig::instance();
     qRegisterMetaType<FileGroupData>("Kavro::FileGroupData");
     qRegisterMetaType<FileType>("FileType");
     senderThread.setObjectName(QStringLiteral("commandSenderThread"));
+    const QMutexLocker locker(&s_liveClientsMutex);
+    s_liveClients.insert(m_serial);
+}
+
+KavroClientPrivate::~KavroClientPrivate()
+{
+    t_errors.remove(m_serial);
+    const QMutexLocker locker(&s_liveClientsMutex);
+    s_liveClients.remove(m_serial);
+}
+
+KavroClientPrivate::Operation::Operation(KavroClientPrivate *d)
+    : d(d)
+    , m_entered([d] {
+        const QMutexLocker locker(&d->m_stateMutex);
+        if (d->m_stopping)
+            return false;
+        ++d->m_operations;
+        return true;
+    }())
+{
+}
+
+KavroClientPrivate::Operation::~Operation()
+{
+    if (!m_entered)
+        return;
+    const QMutexLocker locker(&d->m_stateMutex);
+    if (--d->m_operations == 0)
+        d->m_operationsDone.wakeAll();
+}
+
+void KavroClientPrivate::stopSender()
+{
+    {
+        const QMutexLocker locker(&m_stateMutex);
+        m_stopping = true;
+    }
+    if (sender) {
+        // Waiting calls fail at once; the dispatcher stays until the last of them has left.
+        sender->shutDown();
+        const QMutexLocker locker(&m_stateMutex);
+        while (m_operations > 0)
+            m_operationsDone.wait(&m_stateMutex);
+    }
+    senderThread.quit();
+    senderThread.wait();
 }
 
 void KavroClientPrivate::startSender(QString application, const QString &user, const QString &team)
@@ -158,11 +238,8 @@ void KavroClientPrivate::startSender(QString application, const QString &user, c
         return;
     if (application.isEmpty())
         application = QCoreApplication::applicationName();
-    senderThread.quit();
-    senderThread.wait();
-    delete sender;
-
     sender = new CommandSender(config.host(), config.port(), application, user, team);
+    sender->setReplyTimeout(config.replyTimeout());
     sender->moveToThread(&senderThread);
     connectSignals();
     QObject::connect(&senderThread, &QThread::finished, sender, &QObject::deleteLater);
@@ -204,14 +281,19 @@ void KavroClientPrivate::connectSignals()
 
 void KavroClientPrivate::setError(int error)
 {
-    const QMutexLocker locker(&m_stateMutex);
-    m_errors.insert(QThread::currentThreadId(), error);
+    QHash<quint64, int> &errors = t_errors;
+    if (error == NoError) {
+        errors.remove(m_serial);
+        return;
+    }
+    errors.insert(m_serial, error);
+    if (errors.size() > s_pruneAbove)
+        pruneDeadClients(errors);
 }
 
 int KavroClientPrivate::error() const
 {
-    const QMutexLocker locker(&m_stateMutex);
-    return m_errors.value(QThread::currentThreadId(), NoError);
+    return t_errors.value(m_serial, NoError);
 }
 
 QString KavroClientPrivate::storageDirectory() const
@@ -230,13 +312,13 @@ void KavroClientPrivate::setConnected(bool isConnected, const QString &directory
     connected.store(isConnected);
 }
 
-bool KavroClientPrivate::begin(const char *operation)
+bool KavroClientPrivate::begin(const char *operation, const Operation &operationScope)
 {
     if (!KavroClient::IsKavroAvailable()) {
         KAVRO_TRACE_WARNING(trace(operation, "no kavro available"));
         return false;
     }
-    if (!sender || !sender->CheckIsConnected()) {
+    if (!operationScope || !sender || !sender->CheckIsConnected()) {
         setError(ErrorNotConnected);
         KAVRO_TRACE_WARNING(trace(operation, "no commandsender available"));
         return false;
@@ -258,12 +340,14 @@ void KavroClientPrivate::traceEnd(const char *operation) const
 QString KavroClientPrivate::runAsync(const char *operation, const QString &arguments,
                                      const std::function<QString()> &send)
 {
-    if (!begin(operation))
+    const Operation scope(this);
+    if (!begin(operation, scope))
         return QString();
     traceStart(operation, arguments);
+    // A request method sends nothing only when the connection is gone.
     const QString requestId = send();
     if (requestId.isEmpty())
-        setError(sender->GetLastError());
+        setError(ErrorNotConnected);
     traceEnd(operation);
     return requestId;
 }
@@ -273,7 +357,7 @@ bool KavroClientPrivate::runBlocking(const char *operation, AsyncHandler &handle
 {
     const QString requestId = send(handler.requestId());
     const bool handled = !requestId.isEmpty() && handler.wait(requestId);
-    setError(requestId.isEmpty() ? sender->GetLastError() : handler.error());
+    setError(requestId.isEmpty() ? int(ErrorNotConnected) : handler.error());
     if (!handled)
         KAVRO_TRACE_WARNING(trace(operation, "AsyncHandler failed"));
     return handled;
@@ -282,7 +366,8 @@ bool KavroClientPrivate::runBlocking(const char *operation, AsyncHandler &handle
 QStringList KavroClientPrivate::listOperation(const char *operation, const QString &arguments,
                                               const std::function<QString(const QString &)> &send)
 {
-    if (!begin(operation))
+    const Operation scope(this);
+    if (!begin(operation, scope))
         return QStringList();
     traceStart(operation, arguments);
     AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
@@ -293,13 +378,22 @@ QStringList KavroClientPrivate::listOperation(const char *operation, const QStri
     return result;
 }
 
-QString KavroClientPrivate::storagePath(const QString &guid, const QString &name)
+QString KavroClientPrivate::storagePath(const QString &guid, const QString &name, QString *firstCreated)
 {
+    // No storage directory here means nowhere to put the group: never the current directory.
+    const QString directory = storageDirectory();
+    if (directory.isEmpty() || !QFileInfo(directory).isDir())
+        return QString();
     // The group's directory must lie inside the storage directory, whatever the name or guid say.
-    const QString base = QDir::cleanPath(QDir(storageDirectory()).absolutePath());
+    const QString base = QDir::cleanPath(QDir(directory).absolutePath());
     const QString path = CreatePath(base, guid, name);
     const QString inside = QDir::toNativeSeparators(base + QLatin1Char('/'));
-    if (!path.startsWith(inside) || path.size() <= inside.size() || !QDir().mkpath(path))
+    if (!path.startsWith(inside) || path.size() <= inside.size())
+        return QString();
+    firstCreated->clear();
+    for (QString parent = QDir::cleanPath(path); !QFileInfo::exists(parent); parent = QFileInfo(parent).path())
+        *firstCreated = parent;
+    if (!QDir().mkpath(path))
         return QString();
     return path;
 }
@@ -310,14 +404,16 @@ QString KavroClientPrivate::createFileGroup(bool blocking, const QString &versio
                                             const QString &guid)
 {
     const char *operation = "CreateFileGroupHelper";
-    if (!begin(operation))
+    const Operation scope(this);
+    if (!begin(operation, scope))
         return QString();
     KAVRO_TRACE_INFO(trace(operation,
                            "Start (GUID: %1, Version: %2, Lifecycle: %3, Detail: %4, Comment: %5, "
                            "Filetype: %6, ReservedStorage: %7, Filegroupname: %8, LocalPath: %9)")
                          .arg(guid, version, lifeCycle.toString(QStringLiteral("dd.MM.yyyy hh.mm.ss")), detail, comment,
                               QString::number(fileType), QString::number(reservedStorage), name, localPath));
-    localPath = storagePath(guid, name);
+    QString firstCreated;
+    localPath = storagePath(guid, name, &firstCreated);
     bool created = false;
     if (localPath.isEmpty()) {
         setError(ErrorCreatePath);
@@ -328,13 +424,17 @@ QString KavroClientPrivate::createFileGroup(bool blocking, const QString &versio
         };
         if (blocking) {
             AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
-            created = runBlocking(operation, handler, send) && handler.error() == NoError;
-            if (!created && handler.error() != NoError)
+            const bool replied = runBlocking(operation, handler, send);
+            created = replied && handler.error() == NoError;
+            if (replied && !created) {
+                // Refused by the server: the directory made for the group goes again.
                 KAVRO_TRACE_WARNING(trace(operation, "error (%1)").arg(handler.error()));
+                removeCreatedDirectories(localPath, firstCreated);
+            }
         } else {
             created = !send(QString()).isEmpty();
             if (!created)
-                setError(sender->GetLastError());
+                setError(ErrorNotConnected);
         }
     }
     traceEnd(operation);
@@ -347,11 +447,13 @@ QString KavroClientPrivate::createRovecFileGroup(const QString &subsystem, const
                                                  const QString &guid)
 {
     const char *operation = "CreateRovecFileGroupHelper";
-    if (!begin(operation))
+    const Operation scope(this);
+    if (!begin(operation, scope))
         return QString();
     KAVRO_TRACE_INFO(
         trace(operation, "Start (Subsystem: %1, RovecId: %2, RecordId: %3)").arg(subsystem, rovecId, recordId));
-    localPath = storagePath(guid, recordId);
+    QString firstCreated;
+    localPath = storagePath(guid, recordId, &firstCreated);
     bool sent = false;
     if (localPath.isEmpty()) {
         setError(ErrorCreatePath);
@@ -361,7 +463,7 @@ QString KavroClientPrivate::createRovecFileGroup(const QString &subsystem, const
                  ->CreateRovecFileGroup(subsystem, rovecId, recordId, detail, comment, user, fileType, localPath, guid)
                  .isEmpty();
         if (!sent)
-            setError(sender->GetLastError());
+            setError(ErrorNotConnected);
     }
     traceEnd(operation);
     return sent ? guid : QString();
@@ -372,7 +474,8 @@ QString KavroClientPrivate::addFile(bool blocking, const QString &path, const QS
 {
     const char *operation = "AddFileHelper";
     *newFileId = 0;
-    if (!begin(operation))
+    const Operation scope(this);
+    if (!begin(operation, scope))
         return QString();
     KAVRO_TRACE_INFO(trace(operation, "Start (%1, %2)").arg(path, guid));
     const QString name = fileNameOf(path);
@@ -392,7 +495,7 @@ QString KavroClientPrivate::addFile(bool blocking, const QString &path, const QS
     } else {
         requestId = sender->AddFile(guid, name, static_cast<quint32>(fileId));
         if (requestId.isEmpty())
-            setError(sender->GetLastError());
+            setError(ErrorNotConnected);
     }
     traceEnd(operation);
     return requestId;
@@ -434,8 +537,7 @@ KavroClient::KavroClient(const QString &host, quint16 port, const QString &appli
 KavroClient::~KavroClient()
 {
     KAVRO_TRACE_INFO(QStringLiteral("KavroClient::~KavroClient: Start"));
-    d->senderThread.quit();
-    d->senderThread.wait();
+    d->stopSender();
     KAVRO_TRACE_INFO(QStringLiteral("KavroClient::~KavroClient: End"));
 }
 
@@ -721,7 +823,8 @@ QStringList KavroClient::QueryFiles(const FileQuery &query, unsigned int &count)
 {
     count = 0;
     const char *operation = "QueryFiles";
-    if (!d->begin(operation))
+    const KavroClientPrivate::Operation scope(d.get());
+    if (!d->begin(operation, scope))
         return QStringList();
     d->traceStart(operation, QString());
     AsyncHandler handler(d->sender, ClientConfig::instance().replyTimeout());
@@ -775,7 +878,8 @@ QString KavroClient::MoveToNas(const KavroUrl &url)
 void KavroClient::MoveToNasSync(const QString &guid)
 {
     const char *operation = "MoveToNas";
-    if (!d->begin(operation))
+    const KavroClientPrivate::Operation scope(d.get());
+    if (!d->begin(operation, scope))
         return;
     d->traceStart(operation, guid);
     AsyncHandler handler(d->sender, ClientConfig::instance().replyTimeout());
@@ -794,7 +898,8 @@ void KavroClient::MoveToNasSync(const QString &guid)
 QString KavroClient::RequestFile(unsigned int fileId, const QString &guid, LockState lockState)
 {
     const char *operation = "RequestFile";
-    if (!d->begin(operation))
+    const KavroClientPrivate::Operation scope(d.get());
+    if (!d->begin(operation, scope))
         return QString();
     d->traceStart(operation, QStringLiteral("%1, %2").arg(guid).arg(fileId));
     AsyncHandler handler(d->sender, ClientConfig::instance().replyTimeout());

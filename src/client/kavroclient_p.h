@@ -5,9 +5,9 @@
 
 #include <kavro/kavroclient.h>
 
-#include <QHash>
 #include <QMutex>
 #include <QThread>
+#include <QWaitCondition>
 
 #include <atomic>
 #include <functional>
@@ -61,13 +61,35 @@ class KavroClientPrivate
 {
 public:
     explicit KavroClientPrivate(KavroClient *owner);
+    ~KavroClientPrivate();
 
     void startSender(QString application, const QString &user, const QString &team);
+    //! Fails every waiting call with 43, waits until no operation runs any more, then stops the dispatcher.
+    void stopSender();
+    //! The error of the calling thread's last operation on this client.
     void setError(int error);
     int error() const;
 
+    /*!
+     * Keeps the dispatcher alive while an operation runs: the client's
+     * destructor waits for every one to leave. Fails once the client is
+     * being destroyed.
+     */
+    class Operation
+    {
+    public:
+        explicit Operation(KavroClientPrivate *d);
+        ~Operation();
+        Q_DISABLE_COPY_MOVE(Operation)
+        explicit operator bool() const { return m_entered; }
+
+    private:
+        KavroClientPrivate *const d;
+        const bool m_entered;
+    };
+
     //! The checks every operation begins with; traces and returns false when the operation cannot go on.
-    bool begin(const char *operation);
+    bool begin(const char *operation, const Operation &operationScope);
     void traceStart(const char *operation, const QString &arguments) const;
     void traceEnd(const char *operation) const;
     //! An asynchronous operation: \a send gets no request id of its own and returns the one it made.
@@ -77,8 +99,12 @@ public:
      * reply came in time, with \a handler holding it. Traces "AsyncHandler failed".
      */
     bool runBlocking(const char *operation, AsyncHandler &handler, const std::function<QString(const QString &)> &send);
-    //! Creates the storage directory of a new group; empty when it would leave the storage directory.
-    QString storagePath(const QString &guid, const QString &name);
+    /*!
+     * Creates the storage directory of a new group; empty when there is no
+     * storage directory, or the group's would leave it. \a firstCreated is
+     * the outermost directory made for it.
+     */
+    QString storagePath(const QString &guid, const QString &name, QString *firstCreated);
     QString createFileGroup(bool blocking, const QString &version, const QDateTime &lifeCycle, const QString &detail,
                             const QString &comment, FileType fileType, quint64 reservedStorage, const QString &name,
                             QString &localPath, const QString &guid);
@@ -102,7 +128,10 @@ public:
 private:
     mutable QMutex m_stateMutex;
     QString m_storageDirectory;
-    QHash<Qt::HANDLE, int> m_errors; // by calling thread
+    QWaitCondition m_operationsDone;
+    int m_operations = 0;
+    bool m_stopping = false;
+    const quint64 m_serial; // names this client in the calling threads' error records
 };
 
 } // namespace Kavro

@@ -10,7 +10,6 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QMutex>
 
 namespace Kavro
 {
@@ -23,14 +22,15 @@ public:
     {
     }
 
-    //! Whether the archive can be used now; warns when it cannot although the service is there.
-    bool clientReady() const
+    //! Whether the archive can be used now; warns, and keeps 43 for a client not connected, when it cannot.
+    bool clientReady()
     {
         if (!client) {
             KAVRO_TRACE_WARNING(QStringLiteral("KavroClient was not given to KavroFile"));
             return false;
         }
         if (!client->IsConnected()) {
+            error = ErrorNotConnected;
             KAVRO_TRACE_WARNING(QStringLiteral("KavroClient not connected but available"));
             return false;
         }
@@ -42,11 +42,9 @@ public:
     QString guid;
     unsigned int fileId = 0;
     QString localName;
-    QString requestId;
     bool created = false;
     KavroError error = NoError;
     KavroClient *const client;
-    QMutex mutex;
 };
 
 namespace
@@ -138,6 +136,7 @@ KavroFile::~KavroFile()
 bool KavroFile::open(QIODevice::OpenMode mode)
 {
     KAVRO_TRACE_INFO(QStringLiteral("KavroFile::open:  Start (%1)").arg(int(mode)));
+    bool locked = false;
     if (KavroClient::IsKavroAvailable() && d->localName.isEmpty()) {
         if (!d->clientReady())
             return false;
@@ -151,9 +150,17 @@ bool KavroFile::open(QIODevice::OpenMode mode)
                 return false;
             }
             setFileName(d->localName);
+            locked = true;
         }
     }
     const bool opened = QFile::open(mode);
+    if (!opened && locked) {
+        // The server holds a lock for a file that cannot be used here: release it again.
+        d->client->CloseFile(d->fileId, d->guid);
+        d->localName.clear();
+        d->error = ErrorOpenFile;
+        KAVRO_TRACE_WARNING(QStringLiteral("KavroFile::open: %1").arg(KavroErrorString::Get(d->error)));
+    }
     KAVRO_TRACE_INFO(QStringLiteral("KavroFile::open: End"));
     return opened;
 }
@@ -203,13 +210,9 @@ QString KavroFile::GetErrorString() const
 
 void KavroFile::handleAddFileSignal(const QString &requestId, unsigned int fileId)
 {
-    {
-        const QMutexLocker locker(&d->mutex);
-        if (d->requestId.isEmpty() || requestId != d->requestId)
-            return;
-        d->fileId = fileId;
-    }
-    Q_EMIT fileSuccessfullyAdded(fileId);
+    // A file adds itself with the blocking AddFile, so no answer of an AddFileAsync() is ever its own.
+    Q_UNUSED(requestId)
+    Q_UNUSED(fileId)
 }
 
 bool KavroFile::IsFileName(const QString &text) const

@@ -192,7 +192,14 @@ void readFields(QXmlStreamReader &reader, const ReplyFormat &format, SoapReply *
         else
             reply->values.insert(name, elementText(reader, expected));
     }
-    reply->error = reply->values.value(QStringLiteral("Error")).toInt();
+    // An error code that is not a number must not pass for success.
+    const auto code = reply->values.constFind(QStringLiteral("Error"));
+    bool numeric = true;
+    if (code != reply->values.constEnd())
+        reply->error = code->trimmed().toInt(&numeric);
+    if (!numeric)
+        throw SoapReadError{
+            translated(QT_TRANSLATE_NOOP("QObject", "Expected a number, but got %1")).arg(code->simplified())};
     reply->errorString = reply->values.value(QStringLiteral("ErrorString"));
 }
 } // namespace
@@ -222,6 +229,22 @@ int readToken(QXmlStreamReader &reader, const QStringList &expected, const QStri
                                     .arg(namespaceUri, reader.namespaceUri())};
         return index;
     }
+}
+
+bool isUnsolicitedMessage(const QByteArray &document)
+{
+    // Only the envelope is read, up to the element inside the body.
+    QXmlStreamReader reader(document);
+    bool inBody = false;
+    while (reader.readNextStartElement() || (!reader.atEnd() && !reader.hasError())) {
+        if (!reader.isStartElement())
+            continue;
+        if (inBody)
+            return reader.name() == QLatin1String("CopyForeignFileGroupProgress")
+                || reader.name() == QLatin1String("ConvertFileGroup");
+        inBody = reader.name() == QLatin1String("Body");
+    }
+    return false;
 }
 
 SoapReply readSoapReply(const QByteArray &document)

@@ -42,6 +42,9 @@ struct SoapReply {
 //! Reads one reply or server message. Reading errors end up in SoapReply::readError.
 SoapReply readSoapReply(const QByteArray &document);
 
+//! True for a message the server sends of its own accord ("CopyForeignFileGroupProgress", "ConvertFileGroup").
+bool isUnsolicitedMessage(const QByteArray &document);
+
 /*!
  * \brief The strict reading rule shared by every reply.
  *

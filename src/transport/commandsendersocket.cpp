@@ -37,7 +37,6 @@ CommandSenderSocket::CommandSenderSocket(const QString &host, quint16 port)
 {
     const Settings settings(Settings::kavroSection());
     m_reconnectInterval = settings.intValue(QStringLiteral("ReconnectIntervalMs"), defaultReconnectInterval);
-    m_replyTimeout = settings.intValue(QStringLiteral("ReplyTimeoutMs"), defaultReplyTimeout);
     m_maxMessageSize = settings.intValue(QStringLiteral("MaxMessageSize"), XmlSeparator::defaultMaxMessageSize);
     openMessageLog();
     QMetaObject::invokeMethod(this, "sl_connect", Qt::QueuedConnection);
@@ -57,6 +56,7 @@ bool CommandSenderSocket::isAwaitingReply() const
 
 int CommandSenderSocket::pendingCount() const
 {
+    const QMutexLocker locker(&m_queueMutex);
     return m_pending.size();
 }
 
@@ -80,6 +80,11 @@ void CommandSenderSocket::setReconnectInterval(int milliseconds)
 void CommandSenderSocket::setReplyTimeout(int milliseconds)
 {
     m_replyTimeout = milliseconds;
+}
+
+void CommandSenderSocket::setUnsolicitedFilter(UnsolicitedFilter filter)
+{
+    m_unsolicited = std::move(filter);
 }
 
 void CommandSenderSocket::openMessageLog()
@@ -122,6 +127,7 @@ void CommandSenderSocket::sl_connect()
         connect(m_reconnectTimer, &QTimer::timeout, this, &CommandSenderSocket::sl_connect);
         m_replyTimer = new QTimer(this);
         m_replyTimer->setSingleShot(true);
+        m_replyTimer->setTimerType(Qt::PreciseTimer);
         connect(m_replyTimer, &QTimer::timeout, this, &CommandSenderSocket::replyOverdue);
     }
     m_reconnectTimer->stop();
@@ -143,7 +149,7 @@ void CommandSenderSocket::sl_connect()
         return;
     }
 
-    m_socket->setReadBufferSize(0);
+    m_socket->setReadBufferSize(readChunkSize);
     if (m_separator) {
         disconnect(m_separator, nullptr, this, nullptr);
         delete m_separator;
@@ -171,6 +177,7 @@ void CommandSenderSocket::sl_disconnected()
 {
     setConnected(false);
     m_awaitingReply = false;
+    m_outstanding.clear();
     m_replyTimer->stop();
     startReconnectTimer();
     Q_EMIT si_disconnected();
@@ -189,6 +196,8 @@ void CommandSenderSocket::sl_handleTcpError(QAbstractSocket::SocketError error)
 void CommandSenderSocket::replyOverdue()
 {
     KAVRO_TRACE_WARNING(QStringLiteral("CommandSenderSocket: no reply within %1 ms, reconnecting").arg(m_replyTimeout));
+    // Whoever waits for this request learns that it is overdue before the connection goes.
+    Q_EMIT si_replyOverdue(m_outstanding);
     tearDown();
 }
 
@@ -203,6 +212,7 @@ void CommandSenderSocket::messageTooLarge(qint64 size)
 void CommandSenderSocket::tearDown()
 {
     m_awaitingReply = false;
+    m_outstanding.clear();
     m_replyTimer->stop();
     if (m_separator) {
         // The separator may be the caller (a refused message): it goes with the event loop.
@@ -240,15 +250,63 @@ void CommandSenderSocket::setConnected(bool connected)
 
 void CommandSenderSocket::sl_sendMessage(QByteArray message)
 {
-    if (!m_separator || m_awaitingReply) {
-        m_pending.enqueue(message);
+    post(QString(), message);
+}
+
+void CommandSenderSocket::post(const QString &requestId, const QByteArray &message)
+{
+    if (QThread::currentThread() == thread() && m_separator && !m_awaitingReply) {
+        put(requestId, message);
         return;
     }
+    {
+        const QMutexLocker locker(&m_queueMutex);
+        m_pending.enqueue({requestId, message});
+    }
+    if (QThread::currentThread() != thread())
+        QMetaObject::invokeMethod(this, &CommandSenderSocket::sendNextPending, Qt::QueuedConnection);
+}
+
+bool CommandSenderSocket::withdraw(const QString &requestId)
+{
+    const QMutexLocker locker(&m_queueMutex);
+    for (auto request = m_pending.begin(); request != m_pending.end(); ++request) {
+        if (request->id == requestId) {
+            m_pending.erase(request);
+            return true;
+        }
+    }
+    return false;
+}
+
+void CommandSenderSocket::abandonOutstanding(const QString &requestId)
+{
+    if (m_awaitingReply && m_outstanding == requestId)
+        replyOverdue();
+}
+
+void CommandSenderSocket::put(const QString &requestId, const QByteArray &message)
+{
     m_awaitingReply = true;
+    m_outstanding = requestId;
     if (m_replyTimeout > 0)
         m_replyTimer->start(m_replyTimeout);
     m_separator->sendXml(message);
     writeLogEntry("TX", message);
+}
+
+void CommandSenderSocket::sendNextPending()
+{
+    if (!m_separator || m_awaitingReply)
+        return;
+    Request request;
+    {
+        const QMutexLocker locker(&m_queueMutex);
+        if (m_pending.isEmpty())
+            return;
+        request = m_pending.dequeue();
+    }
+    put(request.id, request.message);
 }
 
 void CommandSenderSocket::sl_sendAnswer(QByteArray message)
@@ -264,10 +322,13 @@ void CommandSenderSocket::sl_sendAnswer(QByteArray message)
 void CommandSenderSocket::sl_handleNewMessage(QByteArray message)
 {
     writeLogEntry("RX", message);
-    m_awaitingReply = false;
-    m_replyTimer->stop();
-    if (!m_pending.isEmpty())
-        sl_sendMessage(m_pending.dequeue());
+    // A message the peer sends of its own accord answers nothing: the line stays taken.
+    if (!m_unsolicited || !m_unsolicited(message)) {
+        m_awaitingReply = false;
+        m_outstanding.clear();
+        m_replyTimer->stop();
+        sendNextPending();
+    }
     Q_EMIT si_newMessage(message);
 }
 

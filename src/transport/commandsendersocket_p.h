@@ -6,10 +6,12 @@
 #include <QAbstractSocket>
 #include <QByteArray>
 #include <QFile>
+#include <QMutex>
 #include <QObject>
 #include <QQueue>
 
 #include <atomic>
+#include <functional>
 
 QT_BEGIN_NAMESPACE
 class QTcpSocket;
@@ -26,14 +28,20 @@ class XmlSeparator;
  *
  * Messages travel behind a 4-byte little-endian length. Only one request is
  * outstanding at a time: later ones wait in a FIFO, and the next one goes out
- * as soon as a message arrives, before that message is announced. While the
- * connection is down it is re-established every "ReconnectIntervalMs" (5000
- * by default). A reply overdue by "ReplyTimeoutMs", or a message larger than
- * "MaxMessageSize", tears the connection down and re-establishes it; the FIFO
- * survives.
+ * as soon as a reply arrives, before that reply is announced. Messages the
+ * peer sends of its own accord (see setUnsolicitedFilter()) are announced
+ * without freeing the line. While the connection is down it is
+ * re-established every "ReconnectIntervalMs" (5000 by default). A reply
+ * overdue by the reply timeout, or a message larger than "MaxMessageSize",
+ * tears the connection down and re-establishes it; the FIFO survives.
  *
- * The object lives on its own thread and is reached through queued calls;
- * isConnected() may be read from any thread.
+ * What a connection holds is bounded: the socket buffers at most
+ * readChunkSize bytes, the separator at most one frame and one chunk, and
+ * no frame is cut while the previous one still waits to be announced, so a
+ * peer that sends faster than its messages are handled is held back by TCP.
+ *
+ * The object lives on its owner's thread and is reached there; isConnected()
+ * may be read from any thread.
  */
 class CommandSenderSocket : public QObject
 {
@@ -42,6 +50,11 @@ class CommandSenderSocket : public QObject
 public:
     static constexpr int defaultReconnectInterval = 5000;
     static constexpr int defaultReplyTimeout = 30000;
+    //! The most the socket reads ahead of the separator.
+    static constexpr qint64 readChunkSize = 1024 * 1024;
+
+    //! True for a message the peer sends of its own accord: it answers no request.
+    using UnsolicitedFilter = std::function<bool(const QByteArray &message)>;
 
     CommandSenderSocket(const QString &host, quint16 port);
     ~CommandSenderSocket() override;
@@ -56,13 +69,33 @@ public:
 
     //! Milliseconds between connection attempts; set before the object moves to its thread.
     void setReconnectInterval(int milliseconds);
-    //! Milliseconds a reply may take before the connection is re-established; 0 waits for ever.
+    //! Milliseconds a reply may take before the connection is re-established; 0 (or less) waits for ever.
     void setReplyTimeout(int milliseconds);
+    void setUnsolicitedFilter(UnsolicitedFilter filter);
+
+    /*!
+     * Sends the request \a requestId, or queues it; may be called from any
+     * thread. On the socket's own thread an idle line takes it at once, ahead
+     * of the queue; from another thread it joins the end of the queue.
+     */
+    void post(const QString &requestId, const QByteArray &message);
+    /*!
+     * Takes a queued request back, from any thread; true when it was still
+     * queued and so will never be sent, false when it has gone out already.
+     */
+    bool withdraw(const QString &requestId);
+    /*!
+     * The caller of \a requestId stopped waiting for its overdue reply: when
+     * it is the request on the wire, the line is reset as the watchdog would.
+     */
+    void abandonOutstanding(const QString &requestId);
 
 Q_SIGNALS:
     void si_newMessage(QByteArray message);
     void si_connected();
     void si_disconnected();
+    //! The reply to \a requestId is overdue; the connection is re-established right after.
+    void si_replyOverdue(QString requestId);
 
 public Q_SLOTS:
     void sl_sendMessage(QByteArray message);
@@ -86,8 +119,17 @@ private:
     void startReconnectTimer();
     void tearDown();
     void setConnected(bool connected);
+    void sendNextPending();
+    void put(const QString &requestId, const QByteArray &message);
 
-    QQueue<QByteArray> m_pending;
+    struct Request {
+        QString id;
+        QByteArray message;
+    };
+    QQueue<Request> m_pending;
+    QString m_outstanding;
+    mutable QMutex m_queueMutex; // guards m_pending, which other threads post to
+    UnsolicitedFilter m_unsolicited;
     bool m_awaitingReply = false;
     XmlSeparator *m_separator = nullptr;
     QTcpSocket *m_socket = nullptr;

@@ -15,6 +15,8 @@ namespace
 constexpr qint64 s_prefixLength = 4;
 // The consumed front of the buffer is dropped once it is this large and at least half the buffer.
 constexpr qint64 s_compactThreshold = 64 * 1024;
+// The least the length-prefixed framings take from the socket at a time.
+constexpr qint64 s_readChunk = 256 * 1024;
 
 bool isWhiteSpace(char byte)
 {
@@ -33,7 +35,7 @@ XmlSeparator::XmlSeparator(QTcpSocket *socket, Mode mode, QObject *parent)
     , m_socket(socket)
 {
     connectSocket();
-    connect(this, &XmlSeparator::queued_xmlReceived, this, &XmlSeparator::xmlReceived, Qt::QueuedConnection);
+    connect(this, &XmlSeparator::queued_xmlReceived, this, &XmlSeparator::deliver, Qt::QueuedConnection);
 }
 
 XmlSeparator::~XmlSeparator() = default;
@@ -161,22 +163,48 @@ void XmlSeparator::readScheduledData()
         readNewData();
 }
 
+void XmlSeparator::deliver(const QByteArray &message)
+{
+    m_deliveryPending = false;
+    Q_EMIT xmlReceived(message);
+    // What arrived meanwhile is cut once the receivers are done with this one.
+    if (!m_stopped && (available() > 0 || m_socket->bytesAvailable() > 0))
+        scheduleRead();
+}
+
+qint64 XmlSeparator::bytesWanted() const
+{
+    qint64 missing = s_readChunk - available();
+    if ((m_mode == LengthPrefixBigEndian || m_mode == LengthPrefixLittleEndian) && available() >= s_prefixLength) {
+        const char *frame = m_buffer.constData() + m_offset;
+        const qint64 length =
+            m_mode == LengthPrefixBigEndian ? qFromBigEndian<quint32>(frame) : qFromLittleEndian<quint32>(frame);
+        missing = s_prefixLength + qMin(length, m_maxMessageSize + 1) - available();
+        if (missing > 0)
+            missing = qMax(missing, s_readChunk);
+    }
+    return qBound(qint64(0), missing, m_socket->bytesAvailable());
+}
+
 void XmlSeparator::readNewData()
 {
+    if (m_deliveryPending)
+        return; // the socket keeps the bytes until the last message is delivered
     if (m_offset >= s_compactThreshold && m_offset * 2 >= m_buffer.size()) {
         m_buffer.remove(0, m_offset);
         m_offset = 0;
     }
-    m_buffer.append(m_socket->readAll());
+    if (const qint64 wanted = bytesWanted(); wanted > 0)
+        m_buffer.append(m_socket->read(wanted));
 
     if (m_mode == AutoDetect && !detectMode())
         return;
-    if (m_mode == PlainXml) {
+    if (m_mode == PlainXml)
         cutPlainXml();
-        return;
-    }
-    cutLengthPrefixedFrame();
-    if (available() > 0 && !m_stopped)
+    else
+        cutLengthPrefixedFrame();
+    // The socket holds more than was taken: go on next turn. A cut message schedules that itself once delivered.
+    if (!m_deliveryPending && !m_stopped && m_socket->bytesAvailable() > 0)
         scheduleRead();
 }
 
@@ -191,7 +219,6 @@ bool XmlSeparator::detectMode()
         m_mode = LengthPrefixLittleEndian;
     else
         m_mode = PlainXml;
-    m_buffer.append(m_socket->readAll());
     return true;
 }
 
@@ -208,10 +235,24 @@ void XmlSeparator::cutLengthPrefixedFrame()
     }
     if (available() < s_prefixLength + length)
         return;
-    const QByteArray payload(frame + s_prefixLength, static_cast<qsizetype>(length));
-    consume(s_prefixLength + length);
-    if (const std::optional<QByteArray> message = unpacked(payload))
+    if (const std::optional<QByteArray> message = unpacked(takePayload(length))) {
+        m_deliveryPending = true;
         Q_EMIT queued_xmlReceived(*message);
+    }
+}
+
+QByteArray XmlSeparator::takePayload(qint64 length)
+{
+    // A frame that fills the buffer is handed on without copying it.
+    if (m_offset == 0 && m_buffer.size() == s_prefixLength + length) {
+        QByteArray payload = std::move(m_buffer);
+        m_buffer = QByteArray();
+        payload.remove(0, s_prefixLength);
+        return payload;
+    }
+    QByteArray payload(m_buffer.constData() + m_offset + s_prefixLength, static_cast<qsizetype>(length));
+    consume(s_prefixLength + length);
+    return payload;
 }
 
 std::optional<QByteArray> XmlSeparator::unpacked(const QByteArray &payload)
@@ -276,10 +317,12 @@ void XmlSeparator::cutPlainXml()
         } while (!m_reader.hasError() && token != QXmlStreamReader::EndDocument);
 
         if (token == QXmlStreamReader::EndDocument) {
+            // One document per call; the next is cut once this one is delivered.
+            m_deliveryPending = true;
             Q_EMIT queued_xmlReceived(m_document);
             m_document.clear();
             m_reader.clear();
-            chunk = nextChunk(true);
+            return;
         } else if (m_reader.error() == QXmlStreamReader::PrematureEndOfDocumentError) {
             chunk = nextChunk(false);
         } else {

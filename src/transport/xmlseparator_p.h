@@ -26,8 +26,12 @@ namespace Kavro
  *
  * One message is cut per call and the rest is left for the next turn of the
  * event loop; messages are delivered through xmlReceived() after the cutting
- * call has returned. A message larger than maxMessageSize() is refused with
- * messageTooLarge() and reading stops until reset().
+ * call has returned, and no further message is cut until the last one has
+ * been delivered. In the length-prefixed framings the separator takes from
+ * the socket only what the frame being assembled still needs (at least a
+ * chunk), so what it buffers stays under one frame and one chunk. A message
+ * larger than maxMessageSize() is refused with messageTooLarge() and reading
+ * stops until reset().
  */
 class XmlSeparator : public QObject
 {
@@ -80,6 +84,7 @@ public Q_SLOTS:
 private Q_SLOTS:
     void readNewData();
     void readScheduledData();
+    void deliver(const QByteArray &message);
 
 private:
     void connectSocket();
@@ -90,6 +95,9 @@ private:
     QByteArray nextChunk(bool skipWhiteSpace);
     std::optional<QByteArray> unpacked(const QByteArray &payload);
     void refuse(qint64 size);
+    //! How many bytes to take from the socket now.
+    qint64 bytesWanted() const;
+    QByteArray takePayload(qint64 length);
     qint64 available() const;
     void consume(qint64 count);
     void scheduleRead();
@@ -105,6 +113,7 @@ private:
     bool m_compressOutgoing = false;
     bool m_uncompressIncoming = true;
     bool m_readScheduled = false;
+    bool m_deliveryPending = false;
     bool m_stopped = false;
     QMetaObject::Connection m_readyReadConnection;
     qint64 m_maxMessageSize = defaultMaxMessageSize;

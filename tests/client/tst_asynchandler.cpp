@@ -98,6 +98,11 @@ void tst_AsyncHandler::timeout()
     QVERIFY(clock.elapsed() >= 49);
     QCOMPARE(handler.error(), int(ErrorReplyTimeout));
     QCOMPARE(handler.errorString(), QStringLiteral("Server reply timed out"));
+
+    // A reply after the wait gave up changes nothing.
+    reply(handler.requestId(), 19);
+    QCOMPARE(handler.error(), int(ErrorReplyTimeout));
+    QVERIFY(handler.reply().list.isEmpty());
 }
 
 void tst_AsyncHandler::waitForAnotherId()

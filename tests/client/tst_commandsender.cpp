@@ -55,20 +55,21 @@ FileGroupData sampleGroup(const char *guid)
 class RecordingWaiter : public RequestWaiter
 {
 public:
-    void requestHandled(const SoapReply &reply, int code, const QString &text) override
+    bool requestHandled(const SoapReply &reply, int code, const QString &text) override
     {
         command = reply.command;
         error = code;
         errorString = text;
         handled = true;
+        return true;
     }
-    void connectionLost() override { lost = true; }
+    void requestFailed(int code) override { failedWith = code; }
 
     QString command;
     int error = -100;
     QString errorString;
     bool handled = false;
-    bool lost = false;
+    int failedWith = 0;
 };
 } // namespace
 
@@ -426,6 +427,12 @@ void tst_CommandSender::replies_data()
     row("conversion request", "ConvertFileGroup", "<m:Guid>g</m:Guid><m:FileType>5</m:FileType><m:Path>/in</m:Path>",
         "convertFileGroupRequested(QString,FileType,QString)",
         {QStringLiteral("g"), QVariant::fromValue(FileTypeDecodedTextXml), QStringLiteral("/in")});
+    QTest::newRow("unreadable metadata keeps its reading error")
+        << FakeServer::soapReply(s_id, "QueryMetaDataReply", "<m:Error>x</m:Error>")
+        << QByteArray("queryMetaDataReply(QString,Kavro::FileGroupData,int,QString)")
+        << QVariantList{s_id, QVariant::fromValue(FileGroupData()), 57,
+                        QStringLiteral("Expected a number, but got x at line 1, column 266")}
+        << QString() << 57;
     const QString cut =
         QStringLiteral("Expected one of Guid, Path, Error, ErrorString, /CreateRovecFileGroupReply, but "
                        "got end of document at line 1, column 250");
@@ -506,7 +513,7 @@ void tst_CommandSender::waiterReleasedByDisconnect()
     QSignalSpy disconnected(m_sender.get(), &CommandSender::disconnected);
     m_server->dropClient();
     QVERIFY(disconnected.wait());
-    QVERIFY(waiter.lost);
+    QCOMPARE(waiter.failedWith, int(ErrorNotConnected));
     QVERIFY(!waiter.handled);
     m_sender->removeWaiter(QStringLiteral("pending"));
 }

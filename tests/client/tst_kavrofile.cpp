@@ -31,6 +31,7 @@ private Q_SLOTS:
     void names();
     void openFetchesWithTheLock_data();
     void openFetchesWithTheLock();
+    void openFailures_data();
     void openFailures();
     void knownLocalFileOpensWithoutRequest();
     void newFileIsArchived();
@@ -158,25 +159,55 @@ void tst_KavroFile::openFetchesWithTheLock()
     QCOMPARE(FakeServer::commandOf(m_server->frames().at(2)), QStringLiteral("CloseFile"));
 }
 
+void tst_KavroFile::openFailures_data()
+{
+    QTest::addColumn<QByteArray>("requestReply"); // empty: the server is not answering at all
+    QTest::addColumn<bool>("withClient");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("warning");
+    QTest::addColumn<bool>("released"); // a CloseFile follows the RequestFile
+
+    QTest::newRow("no client") << QByteArray("<m:Error>0</m:Error>") << false << 0
+                               << QStringLiteral("KavroClient was not given to KavroFile") << false;
+    QTest::newRow("client not connected") << QByteArray() << true << int(ErrorNotConnected)
+                                          << QStringLiteral("KavroClient not connected but available") << false;
+    QTest::newRow("locked by someone else") << QByteArray("<m:Error>6</m:Error>") << true << int(ErrorFileGroupLocked)
+                                            << QStringLiteral("KavroFile::open: File group is locked") << false;
+    QTest::newRow("locked, but the local copy cannot be opened")
+        << QByteArray("<m:Path>/nonexistent/kavro/file.txt</m:Path><m:Error>0</m:Error>") << true << int(ErrorOpenFile)
+        << QStringLiteral("KavroFile::open: Failed to open file") << true;
+}
+
 void tst_KavroFile::openFailures()
 {
-    m_server->setReplyFields(QStringLiteral("RequestFile"), "<m:Error>6</m:Error>");
-    const auto client = connectedClient();
-    QVERIFY(client);
+    QFETCH(QByteArray, requestReply);
+    QFETCH(bool, withClient);
+    QFETCH(int, error);
+    QFETCH(QString, warning);
+    QFETCH(bool, released);
+
+    if (requestReply.isEmpty())
+        m_server->setSilent(QStringLiteral("GetBasePath"));
+    else
+        m_server->setReplyFields(QStringLiteral("RequestFile"), requestReply);
+    auto client = std::make_unique<KavroClient>();
+    if (requestReply.isEmpty())
+        QVERIFY(m_server->waitForFrames(1));
+    else
+        QVERIFY(QSignalSpy(client.get(), &KavroClient::connected).wait(10000));
 
     const TraceCapture capture;
-    KavroFile withoutClient(nullptr, QStringLiteral("G"), 3);
-    QVERIFY(!withoutClient.open(QIODevice::ReadOnly));
-
-    const bool opened = inWorkerThread([&] {
-        KavroFile locked(client.get(), QStringLiteral("G"), 3);
-        const bool result = locked.open(QIODevice::ReadOnly);
-        return result || locked.GetError() != ErrorFileGroupLocked;
+    const int fileError = inWorkerThread([&] {
+        KavroFile file(withClient ? client.get() : nullptr, QStringLiteral("G"), 3);
+        return file.open(QIODevice::ReadOnly) ? -1 : int(file.GetError());
     });
-    QVERIFY(!opened);
-    const QStringList lines = capture.texts();
-    QVERIFY(lines.contains(QStringLiteral("KavroClient was not given to KavroFile")));
-    QVERIFY(lines.contains(QStringLiteral("KavroFile::open: File group is locked")));
+    QCOMPARE(fileError, error);
+    QVERIFY2(capture.texts().contains(warning), qPrintable(capture.texts().join(QLatin1Char('\n'))));
+    if (released)
+        QTRY_COMPARE(FakeServer::commandOf(m_server->frames().last()), QStringLiteral("CloseFile"));
+    else
+        QVERIFY(m_server->frames().isEmpty()
+                || FakeServer::commandOf(m_server->frames().last()) != QLatin1String("CloseFile"));
 }
 
 void tst_KavroFile::knownLocalFileOpensWithoutRequest()

@@ -182,6 +182,21 @@ void FakeServer::sendRaw(const QByteArray &bytes, int pieceSize)
     }
 }
 
+void FakeServer::sendRepeatedly(const QByteArray &payload, int count)
+{
+    QVERIFY(m_client);
+    m_repeatedFrame = frame(payload);
+    m_repeatsLeft = count;
+    const auto sendNext = [this] {
+        if (m_client && m_repeatsLeft > 0 && m_client->bytesToWrite() == 0) {
+            --m_repeatsLeft;
+            m_client->write(m_repeatedFrame);
+        }
+    };
+    connect(m_client, &QTcpSocket::bytesWritten, this, sendNext);
+    sendNext();
+}
+
 void FakeServer::acceptClient()
 {
     while (QTcpSocket *socket = m_server.nextPendingConnection()) {

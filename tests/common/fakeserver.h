@@ -73,6 +73,12 @@ public:
     void send(const QByteArray &payload, Framing framing = LittleEndian, bool compressed = false);
     //! Sends \a bytes as they are, in writes of \a pieceSize bytes (all at once when 0).
     void sendRaw(const QByteArray &bytes, int pieceSize = 0);
+    /*!
+     * Sends \a payload as \a count frames as fast as the client takes them,
+     * holding back each until the previous one has left the write buffer, so
+     * the server's own memory stays at one frame.
+     */
+    void sendRepeatedly(const QByteArray &payload, int count);
 
 Q_SIGNALS:
     void frameReceived(const QByteArray &payload);
@@ -90,6 +96,8 @@ private:
     Responder m_responder;
     QHash<QString, QByteArray> m_replyFields;
     QHash<QString, QByteArray> m_replyNames;
+    QByteArray m_repeatedFrame;
+    int m_repeatsLeft = 0;
 };
 
 #endif

@@ -162,6 +162,9 @@ void tst_SoapReply::readErrors_data()
                                        "DeleteFileGroupReply, QueryLocationStateProgressReply, "
                                        "CheckFileGroupExistsReply, CopyForeignFileGroupProgress, "
                                        "ConvertFileGroup, but got /Body at line 1, column 90");
+    QTest::newRow("error that is not a number")
+        << reply("DeleteFileReply", "<m:Error>none</m:Error>")
+        << QStringLiteral("Expected a number, but got none at line 1, column 263");
     QTest::newRow("unbound prefix") << QByteArray("<s:Envelope/>")
                                     << QStringLiteral("Namespace prefix 's' not declared at line 1, column 13");
 }
