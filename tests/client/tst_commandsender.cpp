@@ -156,6 +156,7 @@ void tst_CommandSender::connectedOnceAfterBasePath()
     m_sender->setCheckInterval(30);
     QSignalSpy connected(m_sender.get(), &CommandSender::connected);
     m_sender->start();
+    m_sender->start(); // a second start changes nothing (and frees nothing twice)
     QVERIFY(connected.wait());
     QCOMPARE(connected.at(0).at(0).toString(), QStringLiteral("/store"));
     QCOMPARE(FakeServer::commandOf(m_server->frames().first()), QStringLiteral("GetBasePath"));

@@ -3,6 +3,7 @@
 #include "commandsendersocket_p.h"
 #include "errorhandler_p.h"
 #include "fakeserver.h"
+#include "soapreply_p.h"
 #include "temporarysettings.h"
 #include "tracecapture.h"
 
@@ -12,6 +13,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <QTimer>
 
 #include <memory>
 
@@ -28,6 +30,7 @@ private Q_SLOTS:
     void queuedBeforeConnectWaitsForAMessage();
     void peerRestartKeepsTheQueue();
     void refusedConnectionTracedOnce();
+    void overdueReplyReconnects_data();
     void overdueReplyReconnects();
     void oversizedMessageReconnects();
     void messageLog_data();
@@ -161,19 +164,44 @@ void tst_CommandSenderSocket::refusedConnectionTracedOnce()
     QTRY_COMPARE(capture.texts().count(refused), 2);
 }
 
+void tst_CommandSenderSocket::overdueReplyReconnects_data()
+{
+    QTest::addColumn<bool>("notifications");
+    QTest::newRow("silent peer") << false;
+    QTest::newRow("notifications flowing meanwhile") << true;
+}
+
 void tst_CommandSenderSocket::overdueReplyReconnects()
 {
+    QFETCH(bool, notifications);
+
     const auto socket = connectedSocket();
     QVERIFY(socket);
-    socket->setReplyTimeout(100);
+    socket->setReplyTimeout(300);
+    socket->setUnsolicitedFilter(Kavro::isUnsolicitedMessage);
     QSignalSpy connected(socket.get(), &CommandSenderSocket::si_connected);
     QSignalSpy disconnected(socket.get(), &CommandSenderSocket::si_disconnected);
+    QSignalSpy overdue(socket.get(), &CommandSenderSocket::si_replyOverdue);
+    QSignalSpy received(socket.get(), &CommandSenderSocket::si_newMessage);
+
+    // Messages the server sends of its own accord neither answer the request nor restart its clock.
+    QTimer notifier;
+    connect(&notifier, &QTimer::timeout, this, [this] {
+        m_server->send(
+            FakeServer::soapReply(QString(), "CopyForeignFileGroupProgress", "<m:CopyProgress>1</m:CopyProgress>"));
+    });
+    if (notifications)
+        notifier.start(50);
 
     const TraceCapture capture;
-    socket->sl_sendMessage("unanswered");
+    socket->post(QStringLiteral("R-1"), "unanswered");
     socket->sl_sendMessage("waiting");
-    QVERIFY(disconnected.wait());
-    QVERIFY(capture.texts().contains(QStringLiteral("CommandSenderSocket: no reply within 100 ms, reconnecting")));
+    QVERIFY(disconnected.wait(5000));
+    notifier.stop();
+    QCOMPARE(overdue.size(), 1);
+    QCOMPARE(overdue.at(0).at(0).toString(), QStringLiteral("R-1"));
+    QCOMPARE(received.isEmpty(), !notifications);
+    QVERIFY(capture.texts().contains(QStringLiteral("CommandSenderSocket: no reply within 300 ms, reconnecting")));
     QVERIFY(connected.wait());
     QCOMPARE(socket->pendingCount(), 1);
 
