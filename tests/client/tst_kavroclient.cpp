@@ -744,8 +744,8 @@ qint64 memoryKiB(const QByteArray &name)
 
 void tst_KavroClient::memoryBoundedPerConnection()
 {
-#if defined(__SANITIZE_ADDRESS__)
-    QSKIP("AddressSanitizer keeps freed memory in quarantine; measured in the plain build");
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    QSKIP("the sanitizer's allocator keeps freed memory; measured in the plain build");
 #endif
     // Large blocks go back to the system when freed, so the figure is what is held, not what the allocator keeps.
     mallopt(M_MMAP_THRESHOLD, 1 << 20);

@@ -35,16 +35,20 @@ public:
     }
     Q_DISABLE_COPY_MOVE(TraceCapture)
 
+    //! A copy of its own, taken under the lock: lines keep coming from other threads.
     QList<TraceLine> lines() const
     {
         const QMutexLocker locker(&m_mutex);
-        return m_lines;
+        QList<TraceLine> copy = m_lines;
+        copy.detach();
+        return copy;
     }
 
     QStringList texts() const
     {
+        const QMutexLocker locker(&m_mutex);
         QStringList result;
-        for (const TraceLine &line : lines())
+        for (const TraceLine &line : m_lines)
             result.append(line.text);
         return result;
     }
