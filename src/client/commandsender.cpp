@@ -20,6 +20,12 @@ namespace
 {
 // Codes from this value on are handed on as ErrorUnknown by most handlers.
 constexpr int s_errorLimit = 70;
+
+void traceLateReply(const QString &requestId)
+{
+    KAVRO_TRACE_WARNING(
+        QStringLiteral("CommandSender::SlotHandleXmlReply: dropped the late reply to %1").arg(requestId));
+}
 } // namespace
 
 /*!
@@ -385,8 +391,7 @@ bool CommandSender::dropLateReply(const QString &requestId)
     if (waiting == m_waiters.end() || waiting->waiter)
         return false;
     m_waiters.erase(waiting);
-    KAVRO_TRACE_WARNING(
-        QStringLiteral("CommandSender::SlotHandleXmlReply: dropped the late reply to %1").arg(requestId));
+    traceLateReply(requestId);
     return true;
 }
 
@@ -417,8 +422,7 @@ void CommandSender::notifyWaiter(const SoapReply &reply, int error, const QStrin
     const QString outcomeText =
         outcome == error ? errorString : KavroErrorString::Get(static_cast<KavroError>(outcome));
     if (!waiting->waiter->requestHandled(reply, outcome, outcomeText))
-        KAVRO_TRACE_WARNING(
-            QStringLiteral("CommandSender::SlotHandleXmlReply: dropped the late reply to %1").arg(reply.requestId));
+        traceLateReply(reply.requestId);
     m_waiters.erase(waiting);
 }
 
