@@ -54,21 +54,46 @@ QString fileNameOf(const QString &path)
 
 // Each thread keeps the failed outcome of its last operation per client, by
 // the client's serial number; success is the absence of an entry. Entries of
-// destroyed clients are pruned, so the record stays as small as the set of
-// live clients a thread has seen fail.
+// destroyed clients are pruned, and a thread's record goes when the thread
+// does, so the records stay as small as the set of live clients each running
+// thread has seen fail. s_errorEntries counts the entries of all threads.
 std::atomic<quint64> s_nextSerial{1};
+std::atomic<qsizetype> s_errorEntries{0};
 QMutex s_liveClientsMutex;
 QSet<quint64> s_liveClients;
-thread_local QHash<quint64, int> t_errors;
 constexpr qsizetype s_pruneAbove = 8;
 
-void pruneDeadClients(QHash<quint64, int> &errors)
+class ThreadErrors
 {
-    const QMutexLocker locker(&s_liveClientsMutex);
-    errors.removeIf([](const std::pair<const quint64 &, int &> &entry) {
-        return !s_liveClients.contains(entry.first);
-    });
-}
+public:
+    ~ThreadErrors() { s_errorEntries -= m_byClient.size(); }
+
+    int value(quint64 client) const { return m_byClient.value(client, NoError); }
+
+    void set(quint64 client, int error)
+    {
+        if (!m_byClient.contains(client))
+            ++s_errorEntries;
+        m_byClient.insert(client, error);
+        if (m_byClient.size() > s_pruneAbove)
+            pruneDeadClients();
+    }
+
+    void remove(quint64 client) { s_errorEntries -= m_byClient.remove(client) ? 1 : 0; }
+
+private:
+    void pruneDeadClients()
+    {
+        const QMutexLocker locker(&s_liveClientsMutex);
+        s_errorEntries -= m_byClient.removeIf([](const std::pair<const quint64 &, int &> &entry) {
+            return !s_liveClients.contains(entry.first);
+        });
+    }
+
+    QHash<quint64, int> m_byClient;
+};
+
+thread_local ThreadErrors t_errors;
 
 // Removes the directories from \a leaf up to \a top as long as they are empty.
 void removeCreatedDirectories(const QString &leaf, const QString &top)
@@ -281,19 +306,20 @@ void KavroClientPrivate::connectSignals()
 
 void KavroClientPrivate::setError(int error)
 {
-    QHash<quint64, int> &errors = t_errors;
-    if (error == NoError) {
-        errors.remove(m_serial);
-        return;
-    }
-    errors.insert(m_serial, error);
-    if (errors.size() > s_pruneAbove)
-        pruneDeadClients(errors);
+    if (error == NoError)
+        t_errors.remove(m_serial);
+    else
+        t_errors.set(m_serial, error);
 }
 
 int KavroClientPrivate::error() const
 {
-    return t_errors.value(m_serial, NoError);
+    return t_errors.value(m_serial);
+}
+
+qsizetype KavroClientPrivate::errorRecordEntries()
+{
+    return s_errorEntries;
 }
 
 QString KavroClientPrivate::storageDirectory() const

@@ -69,6 +69,8 @@ public:
     //! The error of the calling thread's last operation on this client.
     void setError(int error);
     int error() const;
+    //! How many error entries all threads hold at present, for the tests.
+    static qsizetype errorRecordEntries();
 
     /*!
      * Keeps the dispatcher alive while an operation runs: the client's

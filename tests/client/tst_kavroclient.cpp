@@ -52,6 +52,7 @@ private Q_SLOTS:
     void notConnected_data();
     void notConnected();
     void eightThreadsAtOnce();
+    void errorRecordsLeaveWithTheirThreads();
     void createFileGroup_data();
     void createFileGroup();
     void addFileSendsTheName_data();
@@ -516,6 +517,37 @@ void tst_KavroClient::eightThreadsAtOnce()
         60000));
     for (int i = 0; i < count; ++i)
         QCOMPARE(results[i], QStringList({QStringLiteral("1"), QStringLiteral("g%1").arg(i)}));
+}
+
+void tst_KavroClient::errorRecordsLeaveWithTheirThreads()
+{
+    m_server->setSilent(QStringLiteral("GetBasePath"));
+    const qsizetype before = KavroClientPrivate::errorRecordEntries();
+    {
+        KavroClient client;
+        QVERIFY(m_server->waitForFrames(1));
+        // The threads run at once, so each is a thread of its own.
+        constexpr int count = 32;
+        std::atomic<int> failures{0};
+        std::vector<std::unique_ptr<QThread>> threads;
+        for (int i = 0; i < count; ++i) {
+            threads.emplace_back(QThread::create([&] {
+                client.GetUserList();
+                failures += client.GetError() == ErrorNotConnected;
+            }));
+            threads.back()->start();
+        }
+        for (const auto &thread : threads)
+            QVERIFY(thread->wait(10000));
+        QCOMPARE(failures.load(), count);
+        QCOMPARE(client.GetError(), NoError); // the workers' failures are theirs alone
+        // A thread's record goes in its exit, which may end after wait() returns.
+        QTRY_COMPARE(KavroClientPrivate::errorRecordEntries(), before);
+
+        client.GetUserList();
+        QCOMPARE(KavroClientPrivate::errorRecordEntries(), before + 1);
+    }
+    QCOMPARE(KavroClientPrivate::errorRecordEntries(), before);
 }
 
 void tst_KavroClient::createFileGroup_data()
