@@ -50,12 +50,12 @@ QString AsyncHandler::errorString() const
     return m_errorString;
 }
 
-const SoapReply &AsyncHandler::reply() const
+const SoapMessage &AsyncHandler::reply() const
 {
     return m_reply;
 }
 
-bool AsyncHandler::requestHandled(const SoapReply &reply, int error, const QString &errorString)
+bool AsyncHandler::requestHandled(const SoapMessage &reply, int error, const QString &errorString)
 {
     const QMutexLocker locker(&m_mutex);
     if (m_done)

@@ -4,7 +4,7 @@
 #define KAVRO_ASYNCHANDLER_P_H
 
 #include "commandsender_p.h"
-#include "soapreply_p.h"
+#include "soapmessage_p.h"
 
 #include <QDeadlineTimer>
 #include <QMutex>
@@ -50,9 +50,9 @@ public:
     int error() const;
     QString errorString() const;
     //! The reply, once wait() returned true.
-    const SoapReply &reply() const;
+    const SoapMessage &reply() const;
 
-    bool requestHandled(const SoapReply &reply, int error, const QString &errorString) override;
+    bool requestHandled(const SoapMessage &reply, int error, const QString &errorString) override;
     void requestFailed(int error) override;
 
 private:
@@ -67,7 +67,7 @@ private:
     bool m_handled = false;
     int m_error = NoError;
     QString m_errorString;
-    SoapReply m_reply;
+    SoapMessage m_reply;
 };
 
 } // namespace Kavro

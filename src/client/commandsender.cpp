@@ -6,7 +6,7 @@
 
 #include "commandsendersocket_p.h"
 #include "messages_p.h"
-#include "soapreply_p.h"
+#include "soapmessage_p.h"
 #include "trace_p.h"
 
 #include <QThread>
@@ -33,7 +33,7 @@ void traceLateReply(const QString &requestId)
  * The position in table() is the reply's position in the dispatcher's table.
  */
 struct ReplyHandler {
-    using Emit = void (*)(CommandSender &, const SoapReply &, int error, const QString &errorString);
+    using Emit = void (*)(CommandSender &, const SoapMessage &, int error, const QString &errorString);
 
     const char *name;
     const char *errorTrace; // "%1 (%2)": error text and code; null for none
@@ -47,7 +47,7 @@ struct ReplyHandler {
 const QList<ReplyHandler> &ReplyHandler::table()
 {
     using S = CommandSender;
-    using R = SoapReply;
+    using R = SoapMessage;
     static const QList<ReplyHandler> handlers = {
         {"CreateFileGroupReply", "Error while creating file group: %1 (%2)", true,
          [](S &s, const R &r, int, const QString &) {
@@ -92,15 +92,15 @@ const QList<ReplyHandler> &ReplyHandler::table()
          }},
         {"GetApplicationListReply", "Error while getting application list: %1 (%2)", true,
          [](S &s, const R &r, int e, const QString &t) {
-             Q_EMIT s.getApplicationListReply(r.requestId, r.list, e, t);
+             Q_EMIT s.getApplicationListReply(r.requestId, r.listTexts(), e, t);
          }},
         {"GetFileListReply", "Error while getting file list: %1 (%2)", true,
          [](S &s, const R &r, int e, const QString &t) {
-             Q_EMIT s.getFileListReply(r.requestId, r.list, e, t);
+             Q_EMIT s.getFileListReply(r.requestId, r.listTexts(), e, t);
          }},
         {"GetUserListReply", "Error while getting user list: %1 (%2)", true,
          [](S &s, const R &r, int e, const QString &t) {
-             Q_EMIT s.getUserListReply(r.requestId, r.list, e, t);
+             Q_EMIT s.getUserListReply(r.requestId, r.listTexts(), e, t);
          }},
         {"QueryFileGroupsReply", "Error while getting user list: %1 (%2)", true,
          [](S &s, const R &r, int e, const QString &t) {
@@ -407,7 +407,7 @@ QString CommandSender::send(const KavroClientSOAPMessage &message)
     return message.requestId();
 }
 
-void CommandSender::notifyWaiter(const SoapReply &reply, int error, const QString &errorString)
+void CommandSender::notifyWaiter(const SoapMessage &reply, int error, const QString &errorString)
 {
     const QMutexLocker locker(&m_waitersMutex);
     const auto waiting = m_waiters.constFind(reply.requestId);
@@ -417,7 +417,7 @@ void CommandSender::notifyWaiter(const SoapReply &reply, int error, const QStrin
     int outcome = error;
     if (!reply.known && reply.readError.isEmpty())
         outcome = ErrorUnknownReplyCommand;
-    else if (reply.readError.isEmpty() && !waiting->expectedReply.isEmpty() && reply.command != waiting->expectedReply)
+    else if (reply.readError.isEmpty() && !waiting->expectedReply.isEmpty() && reply.element != waiting->expectedReply)
         outcome = ErrorReplyCommandMismatch;
     const QString outcomeText =
         outcome == error ? errorString : KavroErrorString::Get(static_cast<KavroError>(outcome));
@@ -428,10 +428,10 @@ void CommandSender::notifyWaiter(const SoapReply &reply, int error, const QStrin
 
 void CommandSender::SlotHandleXmlReply(QByteArray data)
 {
-    const SoapReply reply = readSoapReply(data);
+    const SoapMessage reply = readSoapMessage(data, SoapSender::Server);
     if (!reply.requestId.isEmpty() && dropLateReply(reply.requestId))
         return;
-    const int position = ReplyHandler::position(reply.command);
+    const int position = ReplyHandler::position(reply.element);
     if (position < 0) {
         if (reply.readError.isEmpty())
             KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::SlotHandleXmlReply: Unknown command: %1").arg(position));

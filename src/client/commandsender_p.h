@@ -24,7 +24,7 @@ namespace Kavro
 class CommandSenderSocket;
 class FileQuery;
 class KavroClientSOAPMessage;
-struct SoapReply;
+struct SoapMessage;
 
 /*!
  * \brief Told on the dispatcher's thread how the request it waits for ended.
@@ -37,7 +37,7 @@ public:
      * The reply to the awaited request was handled; \a error is the code handed
      * on with it. False when the waiter had given up already (a late reply).
      */
-    virtual bool requestHandled(const SoapReply &reply, int error, const QString &errorString) = 0;
+    virtual bool requestHandled(const SoapMessage &reply, int error, const QString &errorString) = 0;
     //! The request failed without a reply: \a error is ErrorNotConnected or ErrorReplyTimeout.
     virtual void requestFailed(int error) = 0;
 };
@@ -173,7 +173,7 @@ private:
     //! Sends \a message when connected, after tracing what \a trace makes (when given).
     QString sendIfConnected(const KavroClientSOAPMessage &message, const std::function<QString()> &trace = {});
     void sendGetBasePath();
-    void notifyWaiter(const SoapReply &reply, int error, const QString &errorString);
+    void notifyWaiter(const SoapMessage &reply, int error, const QString &errorString);
     //! True, and traced, for the reply to a request whose waiter gave up.
     bool dropLateReply(const QString &requestId);
     //! Fails every waiter with \a error and forgets them all; their queued requests are withdrawn.

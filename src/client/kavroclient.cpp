@@ -399,7 +399,7 @@ QStringList KavroClientPrivate::listOperation(const char *operation, const QStri
     AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
     QStringList result;
     if (runBlocking(operation, handler, send) && handler.error() == NoError)
-        result = listResult(handler.reply().list);
+        result = listResult(handler.reply().listTexts());
     traceEnd(operation);
     return result;
 }

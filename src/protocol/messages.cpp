@@ -14,57 +14,55 @@ QString number(qint64 value)
     return QString::number(value);
 }
 
-// One element per entry, all of the same name.
-template<typename List, typename Text>
-QList<SoapField> repeated(const char *name, const List &entries, Text text)
+QStringList fileTypeTexts(const QVector<FileType> &types)
 {
-    QList<SoapField> fields;
-    for (const auto &entry : entries)
-        fields.append({name, text(entry)});
-    return fields;
+    QStringList texts;
+    for (FileType type : types)
+        texts << number(type);
+    return texts;
 }
 
-QString sameText(const QString &text)
+QString timeText(const QDateTime &time)
 {
-    return text;
+    SoapMessage message;
+    message.setTime(QStringLiteral("t"), time);
+    return message.text(QStringLiteral("t"));
 }
 
-QString fileTypeText(FileType type)
-{
-    return number(type);
-}
+struct Range {
+    const char *name;
+    QDateTime (FileQuery::*minimum)() const;
+    QDateTime (FileQuery::*maximum)() const;
+    void (FileQuery::*setMinimum)(const QDateTime &);
+    void (FileQuery::*setMaximum)(const QDateTime &);
+};
 
-SoapField range(const char *name, const QDateTime &minimum, const QDateTime &maximum)
-{
-    return {name,
-            QList<SoapField>{{"Min", KavroClientSOAPMessage::dateTimeText(minimum)},
-                             {"Max", KavroClientSOAPMessage::dateTimeText(maximum)}}};
-}
+const Range ranges[] = {
+    {"BackupTime", &FileQuery::GetBackupTimeMin, &FileQuery::GetBackupTimeMax, &FileQuery::SetBackupTimeMin,
+     &FileQuery::SetBackupTimeMax},
+    {"CreationTime", &FileQuery::GetCreationTimeMin, &FileQuery::GetCreationTimeMax, &FileQuery::SetCreationTimeMin,
+     &FileQuery::SetCreationTimeMax},
+    {"LifeCycle", &FileQuery::GetLifeCycleTimeMin, &FileQuery::GetLifeCycleTimeMax, &FileQuery::SetLifeCycleTimeMin,
+     &FileQuery::SetLifeCycleTimeMax},
+    {"ModificationTime", &FileQuery::GetModificationTimeMin, &FileQuery::GetModificationTimeMax,
+     &FileQuery::SetModificationTimeMin, &FileQuery::SetModificationTimeMax},
+};
 
-QList<SoapField> queryFields(const FileQuery &query, const QString &application, const QString &user)
-{
-    QVector<FileType> types;
-    for (int i = 0; i < query.GetFileTypeListSize(); ++i)
-        types.append(query.GetFileTypeAt(i));
-    return {
-        {"Application", application},
-        {"CommentSearchText", query.GetCommentSearchText()},
-        {"DetailSearchText", query.GetDetailSearchText()},
-        {"FileGroupNameSearchText", query.GetFileGroupSearchText()},
-        {"FileTypeList", repeated("FileType", types, fileTypeText)},
-        {"LocationState", number(query.GetLocationState())},
-        {"LockState", number(query.GetLockState())},
-        {"LockUser", query.GetLockUser()},
-        range("BackupTime", query.GetBackupTimeMin(), query.GetBackupTimeMax()),
-        range("CreationTime", query.GetCreationTimeMin(), query.GetCreationTimeMax()),
-        range("LifeCycle", query.GetLifeCycleTimeMin(), query.GetLifeCycleTimeMax()),
-        range("ModificationTime", query.GetModificationTimeMin(), query.GetModificationTimeMax()),
-        {"ReferencingApplication", query.GetReferencingApplication()},
-        {"TeamSearchText", query.GetTeamMembershipSearchText()},
-        {"User", user},
-        {"VersionSearchText", query.GetVersionSearchText()},
-    };
-}
+struct SearchText {
+    const char *name;
+    QString (FileQuery::*get)() const;
+    void (FileQuery::*set)(const QString &);
+};
+
+const SearchText searchTexts[] = {
+    {"CommentSearchText", &FileQuery::GetCommentSearchText, &FileQuery::SetCommentSearchText},
+    {"DetailSearchText", &FileQuery::GetDetailSearchText, &FileQuery::SetDetailSearchText},
+    {"FileGroupNameSearchText", &FileQuery::GetFileGroupSearchText, &FileQuery::SetFileGroupSearchText},
+    {"LockUser", &FileQuery::GetLockUser, &FileQuery::SetLockUser},
+    {"ReferencingApplication", &FileQuery::GetReferencingApplication, &FileQuery::SetReferencingApplication},
+    {"TeamSearchText", &FileQuery::GetTeamMembershipSearchText, &FileQuery::SetTeamMembershipSearchText},
+    {"VersionSearchText", &FileQuery::GetVersionSearchText, &FileQuery::SetVersionSearchText},
+};
 } // namespace
 
 AddFileMessage::AddFileMessage(const QString &guid, const QString &fileName, quint32 fileId, const QString &requestId)
@@ -94,7 +92,7 @@ CreateFileGroupMessage::CreateFileGroupMessage(const QString &comment, const QSt
                               {"Detail", detail},
                               {"FileGroupName", name},
                               {"FileType", number(fileType)},
-                              {"LifeCycle", dateTimeText(lifeCycle)},
+                              {"LifeCycle", timeText(lifeCycle)},
                               {"ReservedStorage", QString::number(reservedStorage)},
                               {"TeamMembership", team},
                               {"UserName", user},
@@ -137,14 +135,15 @@ DeleteFileMessage::DeleteFileMessage(const QString &guid, quint32 fileId, const 
 }
 
 ExportArchiveMessage::ExportArchiveMessage(const QString &path, const QStringList &guids, const QString &requestId)
-    : KavroClientSOAPMessage("ExportArchive", QList<SoapField>{{"Path", path}} + repeated("Guid", guids, sameText),
-                             requestId)
+    : KavroClientSOAPMessage("ExportArchive", {{"Path", path}}, requestId)
 {
+    m_message.lists.insert(QStringLiteral("Guid"), guids);
 }
 
 ImportArchiveMessage::ImportArchiveMessage(const QStringList &paths, const QString &requestId)
-    : KavroClientSOAPMessage("ImportArchive", repeated("Path", paths, sameText), requestId)
+    : KavroClientSOAPMessage("ImportArchive", {}, requestId)
 {
+    m_message.lists.insert(QStringLiteral("Path"), paths);
 }
 
 MoveToNasMessage::MoveToNasMessage(const QString &guid, const QString &user, const QString &requestId)
@@ -154,16 +153,48 @@ MoveToNasMessage::MoveToNasMessage(const QString &guid, const QString &user, con
 
 QueryFileGroupsMessage::QueryFileGroupsMessage(const FileQuery &query, const QString &application, const QString &user,
                                                const QString &requestId)
-    : KavroClientSOAPMessage("QueryFileGroups", queryFields(query, application, user), requestId)
+    : KavroClientSOAPMessage("QueryFileGroups",
+                             {{"Application", application},
+                              {"LocationState", number(query.GetLocationState())},
+                              {"LockState", number(query.GetLockState())},
+                              {"User", user}},
+                             requestId)
 {
+    for (const SearchText &text : searchTexts)
+        m_message.values.insert(QLatin1String(text.name), (query.*text.get)());
+    QVector<FileType> types;
+    for (int i = 0; i < query.GetFileTypeListSize(); ++i)
+        types.append(query.GetFileTypeAt(i));
+    m_message.lists.insert(QStringLiteral("FileTypeList"), fileTypeTexts(types));
+    for (const Range &range : ranges)
+        m_message.lists.insert(QLatin1String(range.name),
+                               {timeText((query.*range.minimum)()), timeText((query.*range.maximum)())});
+}
+
+FileQuery QueryFileGroupsMessage::queryOf(const SoapMessage &request)
+{
+    FileQuery query;
+    for (const SearchText &text : searchTexts)
+        (query.*text.set)(request.text(QLatin1String(text.name)));
+    for (const QString &type : request.lists.value(QStringLiteral("FileTypeList")))
+        query.AddFileType(static_cast<FileType>(type.toInt()));
+    query.SetLocationState(static_cast<LocationState>(request.number(QStringLiteral("LocationState"))));
+    query.SetLockState(static_cast<LockState>(request.number(QStringLiteral("LockState"))));
+    for (const Range &range : ranges) {
+        SoapMessage bounds;
+        const QStringList texts = request.lists.value(QLatin1String(range.name));
+        bounds.values = {{QStringLiteral("Min"), texts.value(0)}, {QStringLiteral("Max"), texts.value(1)}};
+        (query.*range.setMinimum)(bounds.time(QStringLiteral("Min")));
+        (query.*range.setMaximum)(bounds.time(QStringLiteral("Max")));
+    }
+    return query;
 }
 
 RegisterConverterMessage::RegisterConverterMessage(const QString &converterId, const QVector<FileType> &fileTypes,
                                                    const QString &requestId)
-    : KavroClientSOAPMessage(
-        "RegisterConverter",
-        QList<SoapField>{{"ConverterId", converterId}} + repeated("FileType", fileTypes, fileTypeText), requestId)
+    : KavroClientSOAPMessage("RegisterConverter", {{"ConverterId", converterId}}, requestId)
 {
+    m_message.lists.insert(QStringLiteral("FileType"), fileTypeTexts(fileTypes));
 }
 
 RequestFileMessage::RequestFileMessage(const QString &guid, quint32 fileId, bool writeLock, const QString &user,

@@ -149,6 +149,8 @@ class QueryFileGroupsMessage : public KavroClientSOAPMessage
 public:
     QueryFileGroupsMessage(const FileQuery &query, const QString &application, const QString &user,
                            const QString &requestId = QString());
+    //! The criteria a "QueryFileGroups" request carries.
+    static FileQuery queryOf(const SoapMessage &request);
 };
 
 class RegisterConverterMessage : public KavroClientSOAPMessage

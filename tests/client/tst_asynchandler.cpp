@@ -60,7 +60,7 @@ void tst_AsyncHandler::replyBeforeTheWait()
     QVERIFY(handler.wait(handler.requestId()));
     QVERIFY(clock.elapsed() < 10000);
     QCOMPARE(handler.error(), 19);
-    QCOMPARE(handler.reply().list, QStringList{handler.requestId()});
+    QCOMPARE(handler.reply().listTexts(), QStringList{handler.requestId()});
 }
 
 void tst_AsyncHandler::otherRepliesDoNotEndTheWait()
@@ -102,7 +102,7 @@ void tst_AsyncHandler::timeout()
     // A reply after the wait gave up changes nothing.
     reply(handler.requestId(), 19);
     QCOMPARE(handler.error(), int(ErrorReplyTimeout));
-    QVERIFY(handler.reply().list.isEmpty());
+    QVERIFY(handler.reply().listTexts().isEmpty());
 }
 
 void tst_AsyncHandler::waitForAnotherId()
@@ -124,7 +124,7 @@ void tst_AsyncHandler::eightThreadsEachGetTheirOwnReply()
     for (int i = 0; i < count; ++i) {
         threads.emplace_back(QThread::create([&, i] {
             if (handlers[i]->wait(handlers[i]->requestId()))
-                results[i] = handlers[i]->reply().list;
+                results[i] = handlers[i]->reply().listTexts();
         }));
         threads.back()->start();
     }

@@ -3,7 +3,7 @@
 #include "commandsender_p.h"
 #include "errorhandler_p.h"
 #include "fakeserver.h"
-#include "soapreply_p.h"
+#include "soapmessage_p.h"
 #include "temporarysettings.h"
 #include "tracecapture.h"
 
@@ -55,9 +55,9 @@ FileGroupData sampleGroup(const char *guid)
 class RecordingWaiter : public RequestWaiter
 {
 public:
-    bool requestHandled(const SoapReply &reply, int code, const QString &text) override
+    bool requestHandled(const SoapMessage &reply, int code, const QString &text) override
     {
-        command = reply.command;
+        command = reply.element;
         error = code;
         errorString = text;
         handled = true;
@@ -432,7 +432,7 @@ void tst_CommandSender::replies_data()
         << FakeServer::soapReply(s_id, "QueryMetaDataReply", "<m:Error>x</m:Error>")
         << QByteArray("queryMetaDataReply(QString,Kavro::FileGroupData,int,QString)")
         << QVariantList{s_id, QVariant::fromValue(FileGroupData()), 57,
-                        QStringLiteral("Expected a number, but got x at line 1, column 266")}
+                        QStringLiteral("Expected a number, but got x at line 1, column 243")}
         << QString() << 57;
     const QString cut =
         QStringLiteral("Expected one of Guid, Path, Error, ErrorString, /CreateRovecFileGroupReply, but "

@@ -3,7 +3,7 @@
 #include "commandsendersocket_p.h"
 #include "errorhandler_p.h"
 #include "fakeserver.h"
-#include "soapreply_p.h"
+#include "soapmessage_p.h"
 #include "temporarysettings.h"
 #include "tracecapture.h"
 

@@ -1,11 +1,15 @@
 // SPDX-FileCopyrightText: 2026 Kavro developers
 // SPDX-License-Identifier: MIT
 #include "fakeserver.h"
-#include "soapreply_p.h"
+#include "soapmessage_p.h"
 
+#include <QFile>
 #include <QTest>
 
 using namespace Kavro;
+
+Q_DECLARE_METATYPE(Kavro::SoapMessage)
+Q_DECLARE_METATYPE(Kavro::SoapSender)
 
 namespace
 {
@@ -21,7 +25,7 @@ QByteArray group(const char *guid)
 }
 } // namespace
 
-class tst_SoapReply : public QObject
+class tst_SoapMessage : public QObject
 {
     Q_OBJECT
 
@@ -30,9 +34,12 @@ private Q_SLOTS:
     void read();
     void readErrors_data();
     void readErrors();
+    void writtenAsRead_data();
+    void writtenAsRead();
+    void documentedAsDefined();
 };
 
-void tst_SoapReply::read_data()
+void tst_SoapMessage::read_data()
 {
     QTest::addColumn<QByteArray>("document");
     QTest::addColumn<QString>("command");
@@ -83,7 +90,7 @@ void tst_SoapReply::read_data()
         << QString() << none << none << none;
 }
 
-void tst_SoapReply::read()
+void tst_SoapMessage::read()
 {
     QFETCH(QByteArray, document);
     QFETCH(QString, command);
@@ -94,10 +101,10 @@ void tst_SoapReply::read()
     QFETCH(QStringList, list);
     QFETCH(QStringList, groups);
 
-    const SoapReply read = readSoapReply(document);
+    const SoapMessage read = readSoapMessage(document, SoapSender::Server);
     QCOMPARE(read.readError, QString());
     QCOMPARE(read.requestId, QStringLiteral("R-7"));
-    QCOMPARE(read.command, command);
+    QCOMPARE(read.element, command);
     QCOMPARE(read.known, known);
     QCOMPARE(read.error, error);
     QCOMPARE(read.errorString, errorString);
@@ -106,14 +113,14 @@ void tst_SoapReply::read()
         readValues << it.key() + QLatin1Char('=') + it.value();
     readValues.sort();
     QCOMPARE(readValues, values);
-    QCOMPARE(read.list, list);
+    QCOMPARE(read.listTexts(), list);
     QStringList readGroups;
     for (const FileGroupData &group : read.groups)
         readGroups << group.getGuid();
     QCOMPARE(readGroups, groups);
 }
 
-void tst_SoapReply::readErrors_data()
+void tst_SoapMessage::readErrors_data()
 {
     QTest::addColumn<QByteArray>("document");
     QTest::addColumn<QString>("readError");
@@ -164,18 +171,109 @@ void tst_SoapReply::readErrors_data()
                                        "ConvertFileGroup, but got /Body at line 1, column 90");
     QTest::newRow("error that is not a number")
         << reply("DeleteFileReply", "<m:Error>none</m:Error>")
-        << QStringLiteral("Expected a number, but got none at line 1, column 263");
+        << QStringLiteral("Expected a number, but got none at line 1, column 243");
     QTest::newRow("unbound prefix") << QByteArray("<s:Envelope/>")
                                     << QStringLiteral("Namespace prefix 's' not declared at line 1, column 13");
 }
 
-void tst_SoapReply::readErrors()
+void tst_SoapMessage::readErrors()
 {
     QFETCH(QByteArray, document);
     QFETCH(QString, readError);
 
-    QCOMPARE(readSoapReply(document).readError, readError);
+    QCOMPARE(readSoapMessage(document, SoapSender::Server).readError, readError);
 }
 
-QTEST_GUILESS_MAIN(tst_SoapReply)
-#include "tst_soapreply.moc"
+// Every request and reply of the protocol table, filled in every element,
+// reads back as it was written, at the other end.
+void tst_SoapMessage::writtenAsRead_data()
+{
+    QTest::addColumn<SoapMessage>("message");
+    QTest::addColumn<SoapSender>("sender");
+
+    for (const SoapCommand &command : soapCommands()) {
+        for (const bool reply : {false, true}) {
+            if (reply && !command.hasReply())
+                continue;
+            SoapMessage message;
+            message.requestId = QStringLiteral("R-1");
+            message.element = reply ? command.replyName() : QLatin1String(command.name);
+            for (const SoapElement &element : reply ? command.reply : command.request) {
+                const QString name = QLatin1String(element.name);
+                switch (element.kind) {
+                case SoapKind::Text:
+                    message.values.insert(name, QStringLiteral("<%1 & more>").arg(name));
+                    break;
+                case SoapKind::Number:
+                    message.values.insert(name, QStringLiteral("42"));
+                    break;
+                case SoapKind::Boolean:
+                    message.setBoolean(name, true);
+                    break;
+                case SoapKind::Time:
+                    message.setTime(name, QDateTime(QDate(2026, 11, 23), QTime(10, 11, 12, 13), Qt::UTC));
+                    break;
+                case SoapKind::Texts:
+                case SoapKind::TextList:
+                    message.lists.insert(name, {QStringLiteral("a"), QString(), QStringLiteral("c")});
+                    break;
+                case SoapKind::TimeRange:
+                    message.lists.insert(name, {QStringLiteral("2026-01-01 00:00:00.000"), QString()});
+                    break;
+                case SoapKind::Entries:
+                    message.entries.insert(name,
+                                           {{QStringLiteral("1"), QStringLiteral("a.txt")},
+                                            {QStringLiteral("2"), QStringLiteral("b.txt")}});
+                    break;
+                case SoapKind::Record:
+                case SoapKind::Records: {
+                    FileGroupData group;
+                    group.setGuid(QStringLiteral("g1"));
+                    group.addFile(QStringLiteral("a.txt"), 1);
+                    message.groups = {group};
+                    if (element.kind == SoapKind::Records)
+                        message.groups << FileGroupData();
+                    break;
+                }
+                }
+            }
+            const bool fromClient = (command.sender == SoapSender::Client) != reply;
+            QTest::addRow("%s", qPrintable(message.element))
+                << message << (fromClient ? SoapSender::Client : SoapSender::Server);
+        }
+    }
+}
+
+void tst_SoapMessage::writtenAsRead()
+{
+    QFETCH(SoapMessage, message);
+    QFETCH(SoapSender, sender);
+
+    const SoapMessage read = readSoapMessage(writeSoapMessage(message), sender);
+    QCOMPARE(read.readError, QString());
+    QVERIFY(read.known);
+    QCOMPARE(read.requestId, message.requestId);
+    QCOMPARE(read.element, message.element);
+    QCOMPARE(read.values, message.values);
+    QCOMPARE(read.lists, message.lists);
+    QCOMPARE(read.entries, message.entries);
+    QCOMPARE(read.groups, message.groups);
+    // The other end does not take it.
+    const SoapSender other = sender == SoapSender::Client ? SoapSender::Server : SoapSender::Client;
+    QVERIFY(!readSoapMessage(writeSoapMessage(message), other).known);
+}
+
+// The protocol's documentation holds the table as the code defines it.
+void tst_SoapMessage::documentedAsDefined()
+{
+    QFile document(QStringLiteral(QT_TESTCASE_SOURCEDIR "/../docs/protocol.md"));
+    QVERIFY(document.open(QIODevice::ReadOnly | QIODevice::Text));
+    const QString text = QString::fromUtf8(document.readAll());
+    const QString table = soapCommandsMarkdown();
+    if (!text.contains(table))
+        qWarning().noquote() << "docs/protocol.md should hold this table:\n" << table;
+    QVERIFY(text.contains(table));
+}
+
+QTEST_GUILESS_MAIN(tst_SoapMessage)
+#include "tst_soapmessage.moc"
