@@ -284,8 +284,8 @@ SoapMessage SoapMessage::replyTo(const SoapMessage &request)
 {
     SoapMessage reply;
     reply.requestId = request.requestId;
-    if (const SoapCommand *command = soapCommandOf(request.element))
-        reply.element = command->replyName();
+    const SoapCommand *command = soapCommandOf(request.element);
+    reply.element = command ? command->replyName() : request.element + QLatin1String("Reply");
     return reply;
 }
 
@@ -352,7 +352,6 @@ QByteArray writeSoapMessage(const SoapMessage &message)
 {
     bool isReply = false;
     const SoapCommand *command = soapCommandOf(message.element, &isReply);
-    Q_ASSERT(command);
     QByteArray document;
     QXmlStreamWriter writer(&document);
     writer.writeStartDocument(QStringLiteral("1.0"));
@@ -365,10 +364,10 @@ QByteArray writeSoapMessage(const SoapMessage &message)
     writer.writeStartElement(prefixed('s', "Body"));
     writer.writeStartElement(QStringLiteral("m:") + message.element);
     writer.writeNamespace(serviceNamespaceUri(), QStringLiteral("m"));
-    if (command) {
-        for (const SoapElement &element : isReply ? command->reply : command->request)
-            writeElement(writer, element, message);
-    }
+    // A document of no known command carries only its outcome: the answer to an unknown request.
+    static const QList<SoapElement> outcome = {{"Error", SoapKind::Number}, {"ErrorString", SoapKind::Text}};
+    for (const SoapElement &element : !command ? outcome : isReply ? command->reply : command->request)
+        writeElement(writer, element, message);
     // Command, body and envelope; closed one by one, as the document must end without white space.
     for (int open = 0; open < 3; ++open)
         writer.writeEndElement();

@@ -1,0 +1,832 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "archivestore.h"
+
+#include "trace_p.h"
+
+#include <kavro/filequery.h>
+
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QVariant>
+
+#include <atomic>
+#include <iterator>
+#include <utility>
+
+namespace Kavro
+{
+namespace Server
+{
+
+namespace
+{
+// Numbers the connections of all instances, whichever thread opens them.
+std::atomic<quint64> s_connectionCounter{0};
+
+// The schema, one migration step per version. Standard SQL only, so that
+// another server-class database can hold the same tables. The *_lower
+// columns keep the searchable texts lowered by Qt: SQLite's LOWER() folds
+// ASCII letters only, which would miss "Ä" against "ä".
+const char *const s_schemaStep1[] = {
+    "CREATE TABLE file_groups ("
+    " guid VARCHAR(255) NOT NULL PRIMARY KEY,"
+    " name TEXT, name_lower TEXT,"
+    " file_type INTEGER NOT NULL,"
+    " location_state INTEGER NOT NULL,"
+    " progress DOUBLE PRECISION NOT NULL,"
+    " backup_time BIGINT, creation_time BIGINT, modification_time BIGINT, life_cycle BIGINT,"
+    " comment TEXT, comment_lower TEXT,"
+    " creator TEXT, creator_lower TEXT,"
+    " detail TEXT, detail_lower TEXT,"
+    " path TEXT,"
+    " team TEXT, team_lower TEXT,"
+    " version TEXT, version_lower TEXT,"
+    " reserved_storage BIGINT NOT NULL)",
+    "CREATE TABLE files ("
+    " guid VARCHAR(255) NOT NULL REFERENCES file_groups (guid) ON DELETE CASCADE,"
+    " file_id BIGINT NOT NULL,"
+    " name TEXT,"
+    " PRIMARY KEY (guid, file_id))",
+    "CREATE TABLE locks ("
+    " guid VARCHAR(255) NOT NULL,"
+    " file_id BIGINT NOT NULL,"
+    " user_name VARCHAR(255) NOT NULL,"
+    " write_lock INTEGER NOT NULL,"
+    " PRIMARY KEY (guid, file_id, user_name),"
+    " FOREIGN KEY (guid, file_id) REFERENCES files (guid, file_id) ON DELETE CASCADE)",
+    "CREATE TABLE file_references ("
+    " guid VARCHAR(255) NOT NULL REFERENCES file_groups (guid) ON DELETE CASCADE,"
+    " application VARCHAR(255) NOT NULL,"
+    " reference_count INTEGER NOT NULL,"
+    " PRIMARY KEY (guid, application))",
+    "CREATE TABLE users (name VARCHAR(255) NOT NULL PRIMARY KEY)",
+    "CREATE TABLE applications (name VARCHAR(255) NOT NULL PRIMARY KEY)",
+    "CREATE INDEX file_groups_file_type ON file_groups (file_type)",
+    "CREATE INDEX file_groups_location_state ON file_groups (location_state)",
+    "CREATE INDEX file_groups_backup_time ON file_groups (backup_time)",
+    "CREATE INDEX file_groups_creation_time ON file_groups (creation_time)",
+    "CREATE INDEX file_groups_modification_time ON file_groups (modification_time)",
+    "CREATE INDEX file_groups_life_cycle ON file_groups (life_cycle)",
+    "CREATE INDEX file_groups_creator ON file_groups (creator)",
+    "CREATE INDEX locks_user_name ON locks (user_name)",
+    "CREATE INDEX file_references_application ON file_references (application)",
+};
+
+struct MigrationStep {
+    const char *const *begin;
+    const char *const *end;
+};
+
+// Step n brings a database of version n - 1 to version n.
+const MigrationStep s_migrationSteps[] = {
+    {std::begin(s_schemaStep1), std::end(s_schemaStep1)},
+};
+
+// The columns of a record as fileGroup() and query() read them, the group aliased as g.
+const QLatin1String s_recordColumns(
+    "g.guid, g.name, g.file_type, g.location_state, g.backup_time, g.creation_time, g.modification_time,"
+    " g.life_cycle, g.comment, g.creator, g.detail, g.path, g.team, g.version, g.reserved_storage,"
+    " (SELECT COUNT(*) FROM locks l WHERE l.guid = g.guid),"
+    " (SELECT COALESCE(SUM(r.reference_count), 0) FROM file_references r WHERE r.guid = g.guid)");
+
+QVariant timeValue(const QDateTime &time)
+{
+    return time.isValid() ? QVariant(time.toMSecsSinceEpoch()) : QVariant(QMetaType::fromType<qint64>());
+}
+
+QDateTime timeFrom(const QVariant &value)
+{
+    return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong(), Qt::UTC);
+}
+
+QVariant nowValue()
+{
+    return QDateTime::currentMSecsSinceEpoch();
+}
+
+FileGroupData recordFrom(const QSqlQuery &query)
+{
+    FileGroupData record;
+    record.setGuid(query.value(0).toString());
+    record.setName(query.value(1).toString());
+    record.setFileType(static_cast<FileType>(query.value(2).toInt()));
+    record.setLocationState(static_cast<LocationState>(query.value(3).toInt()));
+    record.setBackupTime(timeFrom(query.value(4)));
+    record.setCreationTime(timeFrom(query.value(5)));
+    record.setModificationTime(timeFrom(query.value(6)));
+    record.setLifeCycle(timeFrom(query.value(7)));
+    record.setComment(query.value(8).toString());
+    record.setCreator(query.value(9).toString());
+    record.setDetail(query.value(10).toString());
+    record.setPath(query.value(11).toString());
+    record.setTeam(query.value(12).toString());
+    record.setVersion(query.value(13).toString());
+    record.setReservedStorage(query.value(14).toInt());
+    record.setLockCount(query.value(15).toInt());
+    record.setReferenceCount(query.value(16).toInt());
+    return record;
+}
+
+// "%text%" for LIKE ... ESCAPE '\', lowered, with the wildcards of the text taken literally.
+QString containsPattern(const QString &text)
+{
+    QString escaped = text.toLower();
+    escaped.replace(QLatin1Char('\\'), QLatin1String("\\\\"));
+    escaped.replace(QLatin1Char('%'), QLatin1String("\\%"));
+    escaped.replace(QLatin1Char('_'), QLatin1String("\\_"));
+    return QLatin1Char('%') + escaped + QLatin1Char('%');
+}
+} // namespace
+
+class ArchiveStore::Private
+{
+public:
+    bool run(QSqlQuery &query, const QString &sql, const QVariantList &values = {});
+    bool statement(const QString &sql);
+    bool begin();
+    bool end(bool commit);
+    void close();
+    bool migrate(QString *error);
+    bool readVersion(int *version, QString *error);
+    KavroError checkGroup(const QString &guid);
+    KavroError checkFile(const QString &guid, quint32 id, KavroError missing);
+    KavroError touch(const QString &guid);
+    KavroError transaction(const std::function<KavroError()> &work);
+    void noteName(const QLatin1String &table, const QString &name);
+    QStringList names(const QLatin1String &table);
+    bool readFiles(const QString &guid, QList<StoredFile> *files);
+
+    QString driverName = QStringLiteral("QSQLITE");
+    QString connectionName;
+    QSqlDatabase db;
+    bool sqlite = false;
+    int depth = 0; // open transaction levels; the inner ones are savepoints
+};
+
+// Prepares and runs one statement with its values bound in order. A failure is traced with the driver's text.
+bool ArchiveStore::Private::run(QSqlQuery &query, const QString &sql, const QVariantList &values)
+{
+    query.setForwardOnly(true);
+    bool ok = query.prepare(sql);
+    // A null text is stored as an empty one: texts are never NULL in the schema.
+    for (int i = 0; ok && i < values.size(); ++i) {
+        const QVariant &value = values.at(i);
+        const bool nullText = value.typeId() == QMetaType::QString && value.toString().isNull();
+        query.addBindValue(nullText ? QVariant(QStringLiteral("")) : value);
+    }
+    ok = ok && query.exec();
+    if (!ok)
+        KAVRO_TRACE_WARNING(QStringLiteral("SQL failed: %1: %2").arg(sql, query.lastError().text()));
+    return ok;
+}
+
+bool ArchiveStore::Private::statement(const QString &sql)
+{
+    QSqlQuery query(db);
+    return run(query, sql);
+}
+
+bool ArchiveStore::Private::begin()
+{
+    bool ok;
+    if (depth > 0)
+        ok = statement(QStringLiteral("SAVEPOINT kavro_") + QString::number(depth));
+    else if (sqlite) // take the write lock up front: a deferred read lock cannot always be upgraded
+        ok = statement(QStringLiteral("BEGIN IMMEDIATE"));
+    else
+        ok = db.transaction();
+    if (ok)
+        ++depth;
+    return ok;
+}
+
+// Ends the innermost level: keeps its work when \a commit is set and that succeeds, else undoes it.
+bool ArchiveStore::Private::end(bool commit)
+{
+    const int level = --depth;
+    if (level > 0) {
+        const QString name = QStringLiteral("kavro_") + QString::number(level);
+        if (commit && statement(QStringLiteral("RELEASE SAVEPOINT ") + name))
+            return true;
+        statement(QStringLiteral("ROLLBACK TO SAVEPOINT ") + name);
+        statement(QStringLiteral("RELEASE SAVEPOINT ") + name);
+        return false;
+    }
+    if (commit && (sqlite ? statement(QStringLiteral("COMMIT")) : db.commit()))
+        return true;
+    if (sqlite)
+        statement(QStringLiteral("ROLLBACK"));
+    else
+        db.rollback();
+    return false;
+}
+
+void ArchiveStore::Private::close()
+{
+    if (connectionName.isEmpty())
+        return;
+    db.close();
+    db = QSqlDatabase(); // the last handle must be gone before the connection is removed
+    QSqlDatabase::removeDatabase(connectionName);
+    connectionName.clear();
+    depth = 0;
+}
+
+// Reads the stored schema version inside the open transaction; a new database starts at 0.
+bool ArchiveStore::Private::readVersion(int *version, QString *error)
+{
+    if (!db.tables().contains(QLatin1String("schema_version"))
+        && !statement(QStringLiteral("CREATE TABLE schema_version (version INTEGER NOT NULL)"))) {
+        *error = QStringLiteral("Cannot create the schema version table");
+        return false;
+    }
+    QSqlQuery query(db);
+    if (!run(query, QStringLiteral("SELECT version FROM schema_version"))) {
+        *error = QStringLiteral("Cannot read the schema version: ") + query.lastError().text();
+        return false;
+    }
+    if (query.next()) {
+        *version = query.value(0).toInt();
+        return true;
+    }
+    *version = 0;
+    if (run(query, QStringLiteral("INSERT INTO schema_version (version) VALUES (0)")))
+        return true;
+    *error = QStringLiteral("Cannot store the schema version: ") + query.lastError().text();
+    return false;
+}
+
+// Applies the migration steps above the stored version, each in its own transaction. The version is read
+// again inside each one, so that two servers opening a new database at once do not both apply a step.
+bool ArchiveStore::Private::migrate(QString *error)
+{
+    for (;;) {
+        if (!begin()) {
+            *error = QStringLiteral("Cannot begin a transaction: ") + db.lastError().text();
+            return false;
+        }
+        int version = 0;
+        if (!readVersion(&version, error)) {
+            end(false);
+            return false;
+        }
+        if (version > ArchiveStore::schemaVersion()) {
+            end(false);
+            *error = QStringLiteral("The database has schema version %1; this server knows versions up to %2")
+                         .arg(version)
+                         .arg(ArchiveStore::schemaVersion());
+            return false;
+        }
+        bool ok = true;
+        if (version < ArchiveStore::schemaVersion()) {
+            const MigrationStep &step = s_migrationSteps[version];
+            for (const char *const *sql = step.begin; ok && sql != step.end; ++sql)
+                ok = statement(QLatin1String(*sql));
+            QSqlQuery query(db);
+            ok = ok && run(query, QStringLiteral("UPDATE schema_version SET version = ?"), {version + 1});
+        }
+        if (!end(ok)) {
+            *error = QStringLiteral("Cannot update the schema from version %1").arg(version);
+            return false;
+        }
+        if (version == ArchiveStore::schemaVersion())
+            return true;
+    }
+}
+
+KavroError ArchiveStore::Private::checkGroup(const QString &guid)
+{
+    QSqlQuery query(db);
+    if (!run(query, QStringLiteral("SELECT 1 FROM file_groups WHERE guid = ?"), {guid}))
+        return ErrorReadFileGroupFromDb;
+    return query.next() ? NoError : ErrorGuidNotFound;
+}
+
+// NoError when the file exists; else ErrorGuidNotFound for an unknown group, or \a missing.
+KavroError ArchiveStore::Private::checkFile(const QString &guid, quint32 id, KavroError missing)
+{
+    QSqlQuery query(db);
+    if (!run(query, QStringLiteral("SELECT 1 FROM files WHERE guid = ? AND file_id = ?"), {guid, qint64(id)}))
+        return ErrorReadFileFromDb;
+    if (query.next())
+        return NoError;
+    const KavroError group = checkGroup(guid);
+    return group == NoError ? missing : group;
+}
+
+KavroError ArchiveStore::Private::touch(const QString &guid)
+{
+    QSqlQuery query(db);
+    return run(query, QStringLiteral("UPDATE file_groups SET modification_time = ? WHERE guid = ?"), {nowValue(), guid})
+        ? NoError
+        : ErrorUpdateFileGroupInDb;
+}
+
+// Runs \a work in a transaction, or in a savepoint when one is open, so that a method's statements stay
+// together whether or not the caller groups them.
+KavroError ArchiveStore::Private::transaction(const std::function<KavroError()> &work)
+{
+    if (!begin())
+        return ErrorDatabaseUnavailable;
+    const KavroError result = work();
+    if (result != NoError) {
+        end(false);
+        return result;
+    }
+    return end(true) ? NoError : ErrorDatabaseUnavailable;
+}
+
+// Records \a name in \a table unless it is there. A failed insert (another connection was quicker)
+// is undone on its own, so that it cannot spoil the caller's transaction.
+void ArchiveStore::Private::noteName(const QLatin1String &table, const QString &name)
+{
+    if (name.isEmpty())
+        return;
+    transaction([&] {
+        QSqlQuery query(db);
+        if (!run(query, QLatin1String("SELECT 1 FROM ") + table + QLatin1String(" WHERE name = ?"), {name}))
+            return ErrorUnknown;
+        if (query.next())
+            return NoError;
+        return run(query, QLatin1String("INSERT INTO ") + table + QLatin1String(" (name) VALUES (?)"), {name})
+            ? NoError
+            : ErrorUnknown;
+    });
+}
+
+// Sorted here rather than in SQL, so that the order does not depend on the database's collation.
+QStringList ArchiveStore::Private::names(const QLatin1String &table)
+{
+    QStringList result;
+    QSqlQuery query(db);
+    if (run(query, QLatin1String("SELECT name FROM ") + table)) {
+        while (query.next())
+            result.append(query.value(0).toString());
+    }
+    result.sort();
+    return result;
+}
+
+bool ArchiveStore::Private::readFiles(const QString &guid, QList<StoredFile> *files)
+{
+    QSqlQuery query(db);
+    if (!run(query, QStringLiteral("SELECT file_id, name FROM files WHERE guid = ? ORDER BY file_id"), {guid}))
+        return false;
+    while (query.next())
+        files->append({quint32(query.value(0).toLongLong()), query.value(1).toString()});
+    return true;
+}
+
+ArchiveStore::ArchiveStore()
+    : d(new Private)
+{
+}
+
+ArchiveStore::~ArchiveStore()
+{
+    d->close();
+    delete d;
+}
+
+int ArchiveStore::schemaVersion()
+{
+    return int(std::size(s_migrationSteps));
+}
+
+bool ArchiveStore::open(const QString &path, QString *error)
+{
+    QString reason;
+    d->close();
+    d->connectionName = QStringLiteral("kavro-store-") + QString::number(++s_connectionCounter);
+    d->db = QSqlDatabase::addDatabase(d->driverName, d->connectionName);
+    d->sqlite = d->driverName == QLatin1String("QSQLITE");
+    d->db.setDatabaseName(path);
+    if (!d->db.isValid()) {
+        reason = QStringLiteral("The SQL driver %1 is not available").arg(d->driverName);
+    } else if (!d->db.open()) {
+        reason = QStringLiteral("Cannot open %1: %2").arg(path, d->db.lastError().text());
+    } else if (d->sqlite
+               // several connections share the file: wait for each other's writes instead of failing
+               && !(d->statement(QStringLiteral("PRAGMA busy_timeout=5000"))
+                    && d->statement(QStringLiteral("PRAGMA journal_mode=WAL"))
+                    && d->statement(QStringLiteral("PRAGMA foreign_keys=ON")))) {
+        reason = QStringLiteral("Cannot configure %1: %2").arg(path, d->db.lastError().text());
+    } else if (d->migrate(&reason)) {
+        return true;
+    }
+    KAVRO_TRACE_WARNING(reason);
+    if (error)
+        *error = reason;
+    d->close();
+    return false;
+}
+
+KavroError ArchiveStore::inTransaction(const std::function<KavroError()> &work)
+{
+    return d->transaction(work);
+}
+
+KavroError ArchiveStore::createFileGroup(const FileGroupData &record)
+{
+    return d->transaction([&] {
+        const KavroError existing = d->checkGroup(record.getGuid());
+        if (existing != ErrorGuidNotFound)
+            return existing == NoError ? ErrorAddFileGroup : existing;
+        QSqlQuery query(d->db);
+        if (!d->run(
+                query,
+                QStringLiteral("INSERT INTO file_groups (guid, name, name_lower, file_type, location_state, progress,"
+                               " backup_time, creation_time, modification_time, life_cycle, comment, comment_lower,"
+                               " creator, creator_lower, detail, detail_lower, path, team, team_lower, version,"
+                               " version_lower, reserved_storage)"
+                               " VALUES (?, ?, ?, ?, ?, 0, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+                {record.getGuid(),
+                 record.getName(),
+                 record.getName().toLower(),
+                 int(record.getFileType()),
+                 int(record.getLocationState()),
+                 timeValue(record.getBackupTime()),
+                 timeValue(record.getCreationTime()),
+                 timeValue(record.getModificationTime()),
+                 timeValue(record.getLifeCycle()),
+                 record.getComment(),
+                 record.getComment().toLower(),
+                 record.getCreator(),
+                 record.getCreator().toLower(),
+                 record.getDetail(),
+                 record.getDetail().toLower(),
+                 record.getPath(),
+                 record.getTeam(),
+                 record.getTeam().toLower(),
+                 record.getVersion(),
+                 record.getVersion().toLower(),
+                 qint64(record.getReservedStorage())}))
+            return ErrorInsertFileGroupInDb;
+        for (const auto &file : record.getFileList()) {
+            if (!d->run(query, QStringLiteral("INSERT INTO files (guid, file_id, name) VALUES (?, ?, ?)"),
+                        {record.getGuid(), qint64(file.second), file.first}))
+                return ErrorInsertFileInDb;
+        }
+        return NoError;
+    });
+}
+
+KavroError ArchiveStore::fileGroup(const QString &guid, FileGroupData *record)
+{
+    QSqlQuery query(d->db);
+    if (!d->run(query,
+                QLatin1String("SELECT ") + s_recordColumns + QLatin1String(" FROM file_groups g WHERE g.guid = ?"),
+                {guid}))
+        return ErrorReadFileGroupFromDb;
+    if (!query.next())
+        return ErrorGuidNotFound;
+    if (!record)
+        return NoError;
+    FileGroupData result = recordFrom(query);
+    QList<StoredFile> stored;
+    if (!d->readFiles(guid, &stored))
+        return ErrorReadFileFromDb;
+    FileGroupData::FileList fileList;
+    for (const StoredFile &file : std::as_const(stored))
+        fileList.append({file.name, int(file.id)});
+    result.setFileList(fileList);
+    *record = result;
+    return NoError;
+}
+
+bool ArchiveStore::fileGroupExists(const QString &guid)
+{
+    return d->checkGroup(guid) == NoError;
+}
+
+KavroError ArchiveStore::deleteFileGroup(const QString &guid)
+{
+    return d->transaction([&] {
+        const KavroError group = d->checkGroup(guid);
+        if (group != NoError)
+            return group;
+        QSqlQuery query(d->db);
+        if (!d->run(query, QStringLiteral("SELECT COUNT(*) FROM locks WHERE guid = ?"), {guid}) || !query.next())
+            return ErrorReadLockFromDb;
+        if (query.value(0).toInt() > 0)
+            return ErrorFileGroupLocked;
+        // files and references go with the group (ON DELETE CASCADE)
+        return d->run(query, QStringLiteral("DELETE FROM file_groups WHERE guid = ?"), {guid})
+            ? NoError
+            : ErrorDeleteFileGroupFromDb;
+    });
+}
+
+KavroError ArchiveStore::setLocationState(const QString &guid, LocationState state, double progress)
+{
+    QSqlQuery query(d->db);
+    if (!d->run(query,
+                QStringLiteral("UPDATE file_groups SET location_state = ?, progress = ?, modification_time = ?"
+                               " WHERE guid = ?"),
+                {int(state), progress, nowValue(), guid}))
+        return ErrorUpdateFileGroupInDb;
+    return query.numRowsAffected() > 0 ? NoError : ErrorGuidNotFound;
+}
+
+KavroError ArchiveStore::locationState(const QString &guid, LocationState *state, double *progress)
+{
+    QSqlQuery query(d->db);
+    if (!d->run(query, QStringLiteral("SELECT location_state, progress FROM file_groups WHERE guid = ?"), {guid}))
+        return ErrorReadFileGroupFromDb;
+    if (!query.next())
+        return ErrorGuidNotFound;
+    if (state)
+        *state = static_cast<LocationState>(query.value(0).toInt());
+    if (progress)
+        *progress = query.value(1).toDouble();
+    return NoError;
+}
+
+KavroError ArchiveStore::setPath(const QString &guid, const QString &path)
+{
+    QSqlQuery query(d->db);
+    if (!d->run(query, QStringLiteral("UPDATE file_groups SET path = ? WHERE guid = ?"), {path, guid}))
+        return ErrorUpdateFileGroupInDb;
+    return query.numRowsAffected() > 0 ? NoError : ErrorGuidNotFound;
+}
+
+KavroError ArchiveStore::addFile(const QString &guid, const QString &name, quint32 wantedId, quint32 *id)
+{
+    return d->transaction([&] {
+        const KavroError group = d->checkGroup(guid);
+        if (group != NoError)
+            return group;
+        QSqlQuery query(d->db);
+        quint32 newId = wantedId;
+        if (wantedId == 0) {
+            if (!d->run(query, QStringLiteral("SELECT COALESCE(MAX(file_id), 0) FROM files WHERE guid = ?"), {guid})
+                || !query.next())
+                return ErrorReadFileFromDb;
+            newId = quint32(query.value(0).toLongLong() + 1);
+        } else {
+            if (!d->run(query, QStringLiteral("SELECT 1 FROM files WHERE guid = ? AND file_id = ?"),
+                        {guid, qint64(wantedId)}))
+                return ErrorReadFileFromDb;
+            if (query.next())
+                return ErrorAddFile;
+        }
+        if (!d->run(query, QStringLiteral("INSERT INTO files (guid, file_id, name) VALUES (?, ?, ?)"),
+                    {guid, qint64(newId), name}))
+            return ErrorInsertFileInDb;
+        const KavroError touched = d->touch(guid);
+        if (touched == NoError && id)
+            *id = newId;
+        return touched;
+    });
+}
+
+KavroError ArchiveStore::fileName(const QString &guid, quint32 id, QString *name)
+{
+    QSqlQuery query(d->db);
+    if (!d->run(query, QStringLiteral("SELECT name FROM files WHERE guid = ? AND file_id = ?"), {guid, qint64(id)}))
+        return ErrorReadFileFromDb;
+    if (!query.next())
+        return d->checkGroup(guid) == ErrorGuidNotFound ? ErrorGuidNotFound : ErrorOpenFile;
+    if (name)
+        *name = query.value(0).toString();
+    return NoError;
+}
+
+QList<StoredFile> ArchiveStore::files(const QString &guid)
+{
+    QList<StoredFile> result;
+    d->readFiles(guid, &result);
+    return result;
+}
+
+KavroError ArchiveStore::deleteFile(const QString &guid, quint32 id)
+{
+    return d->transaction([&] {
+        const KavroError file = d->checkFile(guid, id, ErrorRemoveFile);
+        if (file != NoError)
+            return file;
+        QSqlQuery query(d->db);
+        if (!d->run(query, QStringLiteral("SELECT COUNT(*) FROM locks WHERE guid = ? AND file_id = ?"),
+                    {guid, qint64(id)})
+            || !query.next())
+            return ErrorReadLockFromDb;
+        if (query.value(0).toInt() > 0)
+            return ErrorFileGroupLocked;
+        if (!d->run(query, QStringLiteral("DELETE FROM files WHERE guid = ? AND file_id = ?"), {guid, qint64(id)}))
+            return ErrorDeleteFileFromDb;
+        return d->touch(guid);
+    });
+}
+
+KavroError ArchiveStore::lockFile(const QString &guid, quint32 id, const QString &user, bool write)
+{
+    return d->transaction([&] {
+        const KavroError file = d->checkFile(guid, id, ErrorOpenFile);
+        if (file != NoError)
+            return file;
+        QSqlQuery query(d->db);
+        if (!d->run(query,
+                    QStringLiteral("SELECT write_lock FROM locks WHERE guid = ? AND file_id = ? AND user_name <> ?"),
+                    {guid, qint64(id), user}))
+            return ErrorReadLockFromDb;
+        bool othersLock = false;
+        bool othersWrite = false;
+        while (query.next()) {
+            othersLock = true;
+            othersWrite = othersWrite || query.value(0).toInt() != 0;
+        }
+        if (write && othersLock)
+            return ErrorFileGroupLocked;
+        if (!write && othersWrite)
+            return ErrorFileGroupWriteLocked;
+        // the user's own earlier lock is replaced
+        if (!d->run(query, QStringLiteral("DELETE FROM locks WHERE guid = ? AND file_id = ? AND user_name = ?"),
+                    {guid, qint64(id), user}))
+            return ErrorDeleteLockFromDb;
+        if (!d->run(query,
+                    QStringLiteral("INSERT INTO locks (guid, file_id, user_name, write_lock) VALUES (?, ?, ?, ?)"),
+                    {guid, qint64(id), user, write ? 1 : 0}))
+            return ErrorInsertLockInDb;
+        return NoError;
+    });
+}
+
+KavroError ArchiveStore::unlockFile(const QString &guid, quint32 id, const QString &user)
+{
+    QSqlQuery query(d->db);
+    if (!d->run(query, QStringLiteral("DELETE FROM locks WHERE guid = ? AND file_id = ? AND user_name = ?"),
+                {guid, qint64(id), user}))
+        return ErrorDeleteLockFromDb;
+    if (query.numRowsAffected() > 0)
+        return NoError;
+    return d->checkGroup(guid) == ErrorGuidNotFound ? ErrorGuidNotFound : ErrorDeleteLock;
+}
+
+KavroError ArchiveStore::addReference(const QString &guid, const QString &application)
+{
+    return d->transaction([&] {
+        const KavroError group = d->checkGroup(guid);
+        if (group != NoError)
+            return group;
+        QSqlQuery query(d->db);
+        if (!d->run(query,
+                    QStringLiteral("UPDATE file_references SET reference_count = reference_count + 1"
+                                   " WHERE guid = ? AND application = ?"),
+                    {guid, application}))
+            return ErrorInsertReferenceInDb;
+        if (query.numRowsAffected() > 0)
+            return NoError;
+        return d->run(
+                   query,
+                   QStringLiteral("INSERT INTO file_references (guid, application, reference_count) VALUES (?, ?, 1)"),
+                   {guid, application})
+            ? NoError
+            : ErrorInsertReferenceInDb;
+    });
+}
+
+KavroError ArchiveStore::removeReference(const QString &guid, const QString &application)
+{
+    return d->transaction([&] {
+        const KavroError group = d->checkGroup(guid);
+        if (group != NoError)
+            return group;
+        QSqlQuery query(d->db);
+        if (!d->run(query,
+                    QStringLiteral("SELECT reference_count FROM file_references WHERE guid = ? AND application = ?"),
+                    {guid, application}))
+            return ErrorReadReferenceFromDb;
+        const int count = query.next() ? query.value(0).toInt() : 0;
+        if (count <= 0)
+            return ErrorDeleteReference;
+        const QString sql = count == 1
+            ? QStringLiteral("DELETE FROM file_references WHERE guid = ? AND application = ?")
+            : QStringLiteral("UPDATE file_references SET reference_count = reference_count - 1"
+                             " WHERE guid = ? AND application = ?");
+        return d->run(query, sql, {guid, application}) ? NoError : ErrorDeleteReferenceFromDb;
+    });
+}
+
+KavroError ArchiveStore::removeAllReferences(const QString &guid, const QString &application)
+{
+    return d->transaction([&] {
+        const KavroError group = d->checkGroup(guid);
+        if (group != NoError)
+            return group;
+        QSqlQuery query(d->db);
+        return d->run(query, QStringLiteral("DELETE FROM file_references WHERE guid = ? AND application = ?"),
+                      {guid, application})
+            ? NoError
+            : ErrorDeleteReferenceFromDb;
+    });
+}
+
+void ArchiveStore::noteUser(const QString &user)
+{
+    d->noteName(QLatin1String("users"), user);
+}
+
+void ArchiveStore::noteApplication(const QString &application)
+{
+    d->noteName(QLatin1String("applications"), application);
+}
+
+QStringList ArchiveStore::users()
+{
+    return d->names(QLatin1String("users"));
+}
+
+QStringList ArchiveStore::applications()
+{
+    return d->names(QLatin1String("applications"));
+}
+
+QList<FileGroupData> ArchiveStore::query(const FileQuery &query)
+{
+    QString where;
+    QVariantList values;
+    const auto require = [&](const QString &condition) {
+        where += (where.isEmpty() ? QLatin1String(" WHERE ") : QLatin1String(" AND ")) + condition;
+    };
+    const auto contains = [&](const char *column, const QString &text) {
+        if (text.isEmpty())
+            return;
+        require(QLatin1String(column) + QLatin1String(" LIKE ? ESCAPE '\\'"));
+        values.append(containsPattern(text));
+    };
+    // A bound compared with a NULL column is not true, so a group without that time never matches a bound.
+    const auto within = [&](const char *column, const QDateTime &minimum, const QDateTime &maximum) {
+        if (minimum.isValid()) {
+            require(QLatin1String(column) + QLatin1String(" >= ?"));
+            values.append(minimum.toMSecsSinceEpoch());
+        }
+        if (maximum.isValid()) {
+            require(QLatin1String(column) + QLatin1String(" <= ?"));
+            values.append(maximum.toMSecsSinceEpoch());
+        }
+    };
+
+    contains("g.name_lower", query.GetFileGroupSearchText());
+    contains("g.comment_lower", query.GetCommentSearchText());
+    contains("g.creator_lower", query.GetCreatorSearchText());
+    contains("g.detail_lower", query.GetDetailSearchText());
+    contains("g.team_lower", query.GetTeamMembershipSearchText());
+    contains("g.version_lower", query.GetVersionSearchText());
+    within("g.backup_time", query.GetBackupTimeMin(), query.GetBackupTimeMax());
+    within("g.creation_time", query.GetCreationTimeMin(), query.GetCreationTimeMax());
+    within("g.modification_time", query.GetModificationTimeMin(), query.GetModificationTimeMax());
+    within("g.life_cycle", query.GetLifeCycleTimeMin(), query.GetLifeCycleTimeMax());
+
+    if (query.GetFileTypeListSize() > 0) {
+        QString placeholders;
+        for (int i = 0; i < query.GetFileTypeListSize(); ++i) {
+            placeholders += i == 0 ? QLatin1String("?") : QLatin1String(", ?");
+            values.append(int(query.GetFileTypeAt(i)));
+        }
+        require(QLatin1String("g.file_type IN (") + placeholders + QLatin1Char(')'));
+    }
+    if (query.GetLocationState() != LocationUndefined) {
+        require(QStringLiteral("g.location_state = ?"));
+        values.append(int(query.GetLocationState()));
+    }
+    switch (query.GetLockState()) {
+    case LockFree:
+        require(QStringLiteral("NOT EXISTS (SELECT 1 FROM locks l WHERE l.guid = g.guid)"));
+        break;
+    case LockRead:
+        require(QStringLiteral("EXISTS (SELECT 1 FROM locks l WHERE l.guid = g.guid AND l.write_lock = 0)"));
+        break;
+    case LockWrite:
+        require(QStringLiteral("EXISTS (SELECT 1 FROM locks l WHERE l.guid = g.guid AND l.write_lock <> 0)"));
+        break;
+    case LockUndefined:
+        break;
+    }
+    if (!query.GetLockUser().isEmpty()) {
+        require(QStringLiteral("EXISTS (SELECT 1 FROM locks l WHERE l.guid = g.guid AND l.user_name = ?)"));
+        values.append(query.GetLockUser());
+    }
+    if (!query.GetReferencingApplication().isEmpty()) {
+        require(QStringLiteral("EXISTS (SELECT 1 FROM file_references r WHERE r.guid = g.guid"
+                               " AND r.application = ? AND r.reference_count > 0)"));
+        values.append(query.GetReferencingApplication());
+    }
+
+    QList<FileGroupData> result;
+    QSqlQuery sql(d->db);
+    // NULL creation times first, whatever the database's own NULL ordering
+    if (d->run(sql,
+               QLatin1String("SELECT ") + s_recordColumns + QLatin1String(" FROM file_groups g") + where
+                   + QLatin1String(" ORDER BY CASE WHEN g.creation_time IS NULL THEN 0 ELSE 1 END,"
+                                   " g.creation_time, g.guid"),
+               values)) {
+        while (sql.next())
+            result.append(recordFrom(sql));
+    }
+    return result;
+}
+
+} // namespace Server
+} // namespace Kavro

@@ -1,0 +1,132 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#ifndef KAVRO_SERVER_ARCHIVESTORE_H
+#define KAVRO_SERVER_ARCHIVESTORE_H
+
+#include <kavro/filegroupdata.h>
+#include <kavro/kavrotypes.h>
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+namespace Kavro
+{
+class FileQuery;
+
+namespace Server
+{
+
+//! One registered file of a group.
+struct StoredFile {
+    quint32 id = 0;
+    QString name;
+    bool operator==(const StoredFile &other) const { return id == other.id && name == other.name; }
+};
+
+/*!
+ * \brief The server's durable state: file groups, files, locks, references,
+ * users and applications, in SQL.
+ *
+ * The only class that holds SQL. It uses standard SQL and types only, so a
+ * PostgreSQL database can take the place of SQLite without changes to the
+ * command logic. One instance serves one thread: each has its own database
+ * connection. The methods run plain statements; callers group the statements
+ * of one request with inTransaction().
+ */
+class ArchiveStore
+{
+public:
+    ArchiveStore();
+    ~ArchiveStore();
+    ArchiveStore(const ArchiveStore &) = delete;
+    ArchiveStore &operator=(const ArchiveStore &) = delete;
+
+    /*!
+     * Opens the SQLite database at \a path, creating it when missing, and
+     * brings its schema to the current version. On failure returns false
+     * with the reason in \a error.
+     */
+    bool open(const QString &path, QString *error);
+    //! The schema version this build creates and expects.
+    static int schemaVersion();
+
+    /*!
+     * Runs \a work in one transaction: committed when it returns NoError,
+     * rolled back otherwise. A failure to begin or commit gives
+     * ErrorDatabaseUnavailable.
+     */
+    KavroError inTransaction(const std::function<KavroError()> &work);
+
+    // File groups. An unknown guid gives ErrorGuidNotFound throughout.
+
+    //! Stores \a record with its file list; a guid already stored gives ErrorAddFileGroup (36).
+    KavroError createFileGroup(const FileGroupData &record);
+    //! The record with its files, path, lock count, reference count and location state.
+    KavroError fileGroup(const QString &guid, FileGroupData *record);
+    bool fileGroupExists(const QString &guid);
+    //! Removes the record with its files, references and locks; ErrorFileGroupLocked while a file is locked.
+    KavroError deleteFileGroup(const QString &guid);
+    //! Sets the location state and the progress in percent of its change, and the modification time to now.
+    KavroError setLocationState(const QString &guid, LocationState state, double progress);
+    KavroError locationState(const QString &guid, LocationState *state, double *progress);
+    KavroError setPath(const QString &guid, const QString &path);
+
+    // Files.
+
+    /*!
+     * Registers \a name under \a wantedId, or under the next free id (one
+     * above the highest, 1 for the first) when \a wantedId is 0. A taken id
+     * gives ErrorAddFile (26). Sets the group's modification time.
+     */
+    KavroError addFile(const QString &guid, const QString &name, quint32 wantedId, quint32 *id);
+    //! The name of a file; an unknown id gives ErrorOpenFile (7).
+    KavroError fileName(const QString &guid, quint32 id, QString *name);
+    QList<StoredFile> files(const QString &guid);
+    //! Unregisters a file; an unknown id gives ErrorRemoveFile (27), a locked one ErrorFileGroupLocked (6).
+    KavroError deleteFile(const QString &guid, quint32 id);
+
+    /*!
+     * Takes a lock of \a user on a file: shared for reading, exclusive for
+     * writing. A read lock is refused with ErrorFileGroupWriteLocked (5)
+     * while another user holds the write lock; a write lock with
+     * ErrorFileGroupLocked (6) while another user holds any lock. A user's
+     * second request replaces their own lock. An unknown id gives ErrorOpenFile.
+     */
+    KavroError lockFile(const QString &guid, quint32 id, const QString &user, bool write);
+    //! Releases \a user's lock on a file; ErrorDeleteLock (22) when they hold none.
+    KavroError unlockFile(const QString &guid, quint32 id, const QString &user);
+
+    // References, counted per group and application.
+
+    KavroError addReference(const QString &guid, const QString &application);
+    //! Drops one reference; ErrorDeleteReference (32) when the application holds none.
+    KavroError removeReference(const QString &guid, const QString &application);
+    KavroError removeAllReferences(const QString &guid, const QString &application);
+
+    // Who has been seen. Empty names are not recorded.
+
+    void noteUser(const QString &user);
+    void noteApplication(const QString &application);
+    QStringList users();
+    QStringList applications();
+
+    /*!
+     * The records that meet every criterion of \a query, ordered by creation
+     * time then guid, without their file lists. Search texts match as
+     * case-insensitive substrings; a location or lock state of 0 means any;
+     * time ranges are inclusive and open where a bound is null.
+     */
+    QList<FileGroupData> query(const FileQuery &query);
+
+private:
+    class Private;
+    Private *const d;
+};
+
+} // namespace Server
+} // namespace Kavro
+
+#endif

@@ -1,0 +1,64 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "storepaths.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace Kavro::Server
+{
+
+namespace
+{
+QString canonicalDirectory(const QString &path, QString *error)
+{
+    if (!QDir().mkpath(path)) {
+        *error = QStringLiteral("cannot create the directory %1").arg(path);
+        return QString();
+    }
+    return QFileInfo(path).canonicalFilePath();
+}
+} // namespace
+
+bool StorePaths::create(const QString &storeDirectory, const QString &archiveRootDirectory, QString *error)
+{
+    const QString store = canonicalDirectory(storeDirectory, error);
+    if (store.isEmpty())
+        return false;
+    database = store + QLatin1String("/kavro.sqlite");
+    data = canonicalDirectory(store + QLatin1String("/data"), error);
+    nas = canonicalDirectory(store + QLatin1String("/nas"), error);
+    archiveRoot = canonicalDirectory(
+        archiveRootDirectory.isEmpty() ? store + QLatin1String("/archives") : archiveRootDirectory, error);
+    return !data.isEmpty() && !nas.isEmpty() && !archiveRoot.isEmpty();
+}
+
+QString containedPath(const QString &root, const QString &path)
+{
+    if (path.isEmpty() || path.contains(QChar(0)))
+        return QString();
+    const QString cleaned = QDir::cleanPath(QDir(root).absoluteFilePath(path));
+    // Resolve the links of the part that exists; the rest cannot be a link yet.
+    QString existing = cleaned;
+    QString rest;
+    while (!QFileInfo::exists(existing)) {
+        const qsizetype cut = existing.lastIndexOf(QLatin1Char('/'));
+        if (cut <= 0)
+            return QString();
+        rest.prepend(existing.mid(cut));
+        existing.truncate(cut);
+    }
+    const QString resolved = QFileInfo(existing).canonicalFilePath() + rest;
+    const QString top = QFileInfo(root).canonicalFilePath();
+    if (resolved != top && !resolved.startsWith(top + QLatin1Char('/')))
+        return QString();
+    return resolved;
+}
+
+bool isPlainName(const QString &name)
+{
+    return !name.isEmpty() && name != QLatin1String(".") && name != QLatin1String("..")
+        && !name.contains(QLatin1Char('/')) && !name.contains(QLatin1Char('\\')) && !name.contains(QChar(0));
+}
+
+} // namespace Kavro::Server

@@ -1,0 +1,38 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#ifndef KAVRO_SERVER_STOREPATHS_H
+#define KAVRO_SERVER_STOREPATHS_H
+
+#include <QString>
+
+namespace Kavro::Server
+{
+
+/*!
+ * \brief Where a server keeps what: its database, its storage directory, its
+ * network storage and its archive root. Every path a client names is checked
+ * against these before it is used.
+ */
+struct StorePaths {
+    //! Creates the directories of a store in \a storeDirectory; false with \a error when one cannot be made.
+    bool create(const QString &storeDirectory, const QString &archiveRootDirectory, QString *error);
+
+    QString database;
+    QString data; //!< the storage directory clients lay their file groups out in
+    QString nas; //!< network storage: where MoveToNas copies to
+    QString archiveRoot; //!< the only place archives are exported to and imported from
+};
+
+/*!
+ * \a path made absolute (relative paths count from \a root), cleaned, and
+ * with the symbolic links of its existing part resolved, when the result
+ * lies inside \a root; empty otherwise. \a root must exist.
+ */
+QString containedPath(const QString &root, const QString &path);
+
+//! True for a name that can stand as one path component: no separators, not "." or "..", not empty.
+bool isPlainName(const QString &name);
+
+} // namespace Kavro::Server
+
+#endif
