@@ -135,7 +135,9 @@ public:
     QString GetFileListAsync(const QString &guid);
     //! The guids of the groups that match \a query, in the server's order; \a count is their number.
     QStringList QueryFiles(const FileQuery &query, unsigned int &count);
-    //! queryFileGroupsSg() answers with the table of matching groups.
+    //! The records of the groups that meet \a query, in reply order, with their times in UTC.
+    QList<FileGroupData> QueryFileGroups(const FileQuery &query);
+    //! queryFileGroupsSg() answers with the table of matching groups, QueryFileGroupRecordsSg() with their records.
     QString QueryFilesAsync(const FileQuery &query);
     QString QueryMetaDataAsync(const QString &guid, const QString &application);
     QString QueryLocationStateProgress(const QString &guid);
@@ -178,6 +180,8 @@ Q_SIGNALS:
     void exportArchiveSg(QString requestId, int error, QString errorString);
     void importArchiveSg(QString requestId, int error, QString errorString);
     void queryFileGroupsSg(QString requestId, QStringList data, int columnCount, int error, QString errorString);
+    void QueryFileGroupRecordsSg(QString requestId, QList<Kavro::FileGroupData> groups, int error,
+                                 QString errorString);
     void QueryMetaDataSg(QString requestId, Kavro::FileGroupData metaData, int error, QString errorString);
     void deleteFileGroupSg(QString requestId, int error, QString errorString);
     void queryLocationStateProgressSg(QString requestId, int locationState, double progress, int error,

@@ -111,6 +111,7 @@ const QList<ReplyHandler> &ReplyHandler::table()
              for (const FileGroupData &group : r.groups)
                  group.ToStringList(cells);
              Q_EMIT s.queryFileGroupsReply(r.requestId, cells, columns, e, t);
+             Q_EMIT s.queryFileGroupRecordsReply(r.requestId, r.groups, e, t);
          }},
         {"GetBasePathReply", "Error while getting base path: %1 (%2)", true,
          [](S &s, const R &r, int, const QString &) {

@@ -142,6 +142,9 @@ Q_SIGNALS:
     void getFileListReply(QString requestId, QStringList fileList, int error, QString errorString);
     void getUserListReply(QString requestId, QStringList userList, int error, QString errorString);
     void queryFileGroupsReply(QString requestId, QStringList data, int columnCount, int error, QString errorString);
+    //! The same reply as records.
+    void queryFileGroupRecordsReply(QString requestId, QList<Kavro::FileGroupData> groups, int error,
+                                    QString errorString);
     void copyForeignFileGroupProgess(QString requestId, float progress);
     void exportArchiveReply(QString requestId, int error, QString errorString);
     void importArchiveReply(QString requestId, int error, QString errorString);

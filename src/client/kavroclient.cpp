@@ -205,6 +205,7 @@ KavroClientPrivate::KavroClientPrivate(KavroClient *owner)
 {
     KavroClient::ClientConfig::instance();
     qRegisterMetaType<FileGroupData>("Kavro::FileGroupData");
+    qRegisterMetaType<QList<FileGroupData>>("QList<Kavro::FileGroupData>");
     qRegisterMetaType<FileType>("FileType");
     senderThread.setObjectName(QStringLiteral("commandSenderThread"));
     const QMutexLocker locker(&s_liveClientsMutex);
@@ -296,6 +297,7 @@ void KavroClientPrivate::connectSignals()
     QObject::connect(sender, &C::exportArchiveReply, q, &K::exportArchiveSg);
     QObject::connect(sender, &C::importArchiveReply, q, &K::importArchiveSg);
     QObject::connect(sender, &C::queryFileGroupsReply, q, &K::queryFileGroupsSg);
+    QObject::connect(sender, &C::queryFileGroupRecordsReply, q, &K::QueryFileGroupRecordsSg);
     QObject::connect(sender, &C::queryMetaDataReply, q, &K::QueryMetaDataSg);
     QObject::connect(sender, &C::deleteFileGroupReply, q, &K::deleteFileGroupSg);
     QObject::connect(sender, &C::queryLocationStateProgressReply, q, &K::queryLocationStateProgressSg);
@@ -845,27 +847,36 @@ QString KavroClient::GetFileListAsync(const QString &guid)
     });
 }
 
+QList<FileGroupData> KavroClientPrivate::queryGroups(const char *operation, const FileQuery &query)
+{
+    const Operation scope(this);
+    if (!begin(operation, scope))
+        return {};
+    traceStart(operation, QString());
+    AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
+    QList<FileGroupData> groups;
+    if (runBlocking(operation, handler,
+                    [&](const QString &id) {
+                        return sender->QueryFileGroups(query, id);
+                    })
+        && handler.error() == NoError)
+        groups = handler.reply().groups;
+    traceEnd(operation);
+    return groups;
+}
+
 QStringList KavroClient::QueryFiles(const FileQuery &query, unsigned int &count)
 {
-    count = 0;
-    const char *operation = "QueryFiles";
-    const KavroClientPrivate::Operation scope(d.get());
-    if (!d->begin(operation, scope))
-        return QStringList();
-    d->traceStart(operation, QString());
-    AsyncHandler handler(d->sender, ClientConfig::instance().replyTimeout());
     QStringList guids;
-    if (d->runBlocking(operation, handler,
-                       [&](const QString &id) {
-                           return d->sender->QueryFileGroups(query, id);
-                       })
-        && handler.error() == NoError) {
-        for (const FileGroupData &group : handler.reply().groups)
-            guids.append(group.getGuid());
-        count = static_cast<unsigned int>(guids.size());
-    }
-    d->traceEnd(operation);
+    for (const FileGroupData &group : d->queryGroups("QueryFiles", query))
+        guids.append(group.getGuid());
+    count = static_cast<unsigned int>(guids.size());
     return guids;
+}
+
+QList<FileGroupData> KavroClient::QueryFileGroups(const FileQuery &query)
+{
+    return d->queryGroups("QueryFileGroups", query);
 }
 
 QString KavroClient::QueryFilesAsync(const FileQuery &query)
