@@ -180,8 +180,7 @@ Q_SIGNALS:
     void exportArchiveSg(QString requestId, int error, QString errorString);
     void importArchiveSg(QString requestId, int error, QString errorString);
     void queryFileGroupsSg(QString requestId, QStringList data, int columnCount, int error, QString errorString);
-    void QueryFileGroupRecordsSg(QString requestId, QList<Kavro::FileGroupData> groups, int error,
-                                 QString errorString);
+    void QueryFileGroupRecordsSg(QString requestId, QList<Kavro::FileGroupData> groups, int error, QString errorString);
     void QueryMetaDataSg(QString requestId, Kavro::FileGroupData metaData, int error, QString errorString);
     void deleteFileGroupSg(QString requestId, int error, QString errorString);
     void queryLocationStateProgressSg(QString requestId, int locationState, double progress, int error,
