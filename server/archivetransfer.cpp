@@ -72,24 +72,49 @@ KavroError exportGroups(ArchiveStore &store, const StorePaths &paths, const QStr
     return NoError;
 }
 
+namespace
+{
+// The description files a path names: those in it, or the one beside it when
+// the path is the files directory of an exported group.
+QStringList descriptionsAt(const QString &path, bool besideAllowed)
+{
+    QStringList descriptions;
+    const QString beside = path + QLatin1String(".fgdesc");
+    if (besideAllowed && QFileInfo(beside).isFile())
+        descriptions << beside;
+    const QDir directory(path);
+    for (const QString &name : directory.entryList({QStringLiteral("*.fgdesc")}, QDir::Files))
+        descriptions << directory.filePath(name);
+    return descriptions;
+}
+
+KavroError importGroup(ArchiveStore &store, const StorePaths &paths, const QString &description)
+{
+    FileGroupData group;
+    if (!group.fromXmlforImport(description) || !isPlainName(group.getGuid()))
+        return ErrorImportFileGroup;
+    group.setPath(description.chopped(int(qstrlen(".fgdesc"))));
+    const QString target = fileOf(paths.data + QLatin1String("/imported"), group.getGuid());
+    if (!copyGroupFiles(group, target, nullptr))
+        return ErrorImportFileGroupIncomplete;
+    group.setPath(target);
+    group.setLocationState(LocationCentral);
+    return store.createFileGroup(group);
+}
+} // namespace
+
 KavroError importArchives(ArchiveStore &store, const StorePaths &paths, const QStringList &directories)
 {
     for (const QString &path : directories) {
         const QString directory = containedPath(paths.archiveRoot, path);
         if (directory.isEmpty() || !QFileInfo(directory).isDir())
             return ErrorImportArchive;
-        const QStringList descriptions = QDir(directory).entryList({QStringLiteral("*.fgdesc")}, QDir::Files);
+        // The archive root's own neighbour lies outside it.
+        const QStringList descriptions = descriptionsAt(directory, directory != paths.archiveRoot);
+        if (descriptions.isEmpty())
+            return ErrorImportArchiveIncomplete;
         for (const QString &description : descriptions) {
-            FileGroupData group;
-            if (!group.fromXmlforImport(fileOf(directory, description)) || !isPlainName(group.getGuid()))
-                return ErrorImportFileGroup;
-            group.setPath(fileOf(directory, description.chopped(int(qstrlen(".fgdesc")))));
-            const QString target = fileOf(paths.data + QLatin1String("/imported"), group.getGuid());
-            if (!copyGroupFiles(group, target, nullptr))
-                return ErrorImportFileGroupIncomplete;
-            group.setPath(target);
-            group.setLocationState(LocationCentral);
-            const KavroError error = store.createFileGroup(group);
+            const KavroError error = importGroup(store, paths, description);
             if (error != NoError)
                 return error;
         }

@@ -1,0 +1,93 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#ifndef KAVRO_TESTS_SERVERPROCESS_H
+#define KAVRO_TESTS_SERVERPROCESS_H
+
+#include <QDeadlineTimer>
+#include <QProcess>
+#include <QStringList>
+#include <QtDebug>
+
+/*!
+ * The archive server as a child process, listening on 127.0.0.1.
+ *
+ * start() waits for the first line of its output, the port it listens on;
+ * stop() terminates it and is true only for a clean exit. Whatever the server
+ * wrote to stderr is shown when either fails.
+ */
+class ServerProcess
+{
+public:
+    ServerProcess() { m_process.setProgram(QString::fromUtf8(KAVRO_SERVER_BINARY)); }
+    ~ServerProcess()
+    {
+        if (m_process.state() != QProcess::NotRunning) {
+            m_process.kill();
+            m_process.waitForFinished(10000);
+        }
+    }
+    Q_DISABLE_COPY_MOVE(ServerProcess)
+
+    //! Starts the server on \a storeDir, on \a port or a free one; false when it did not report its port.
+    bool start(const QString &storeDir, const QStringList &extraArguments = QStringList(), quint16 port = 0)
+    {
+        m_port = 0;
+        m_stderr.clear();
+        m_process.setArguments(QStringList{QStringLiteral("--store"), storeDir, QStringLiteral("--listen"),
+                                           QStringLiteral("127.0.0.1:%1").arg(port)}
+                               + extraArguments);
+        m_process.start();
+        if (!m_process.waitForStarted(10000))
+            return fail("the server did not start: " + m_process.errorString().toLocal8Bit());
+        const QDeadlineTimer deadline(20000);
+        while (!m_process.canReadLine()) {
+            if (deadline.hasExpired() || !m_process.waitForReadyRead(int(deadline.remainingTime())))
+                return fail("the server reported no port");
+        }
+        bool ok = false;
+        m_port = static_cast<quint16>(m_process.readLine().trimmed().toUInt(&ok));
+        if (!ok || m_port == 0 || (port != 0 && m_port != port))
+            return fail("the server reported no valid port");
+        return true;
+    }
+
+    //! Terminates the server; true when it exited by itself with code 0.
+    bool stop()
+    {
+        if (m_process.state() == QProcess::NotRunning)
+            return fail("the server was not running");
+        m_process.terminate();
+        if (!m_process.waitForFinished(20000)) {
+            m_process.kill();
+            m_process.waitForFinished(10000);
+            return fail("the server did not stop on SIGTERM");
+        }
+        if (m_process.exitStatus() != QProcess::NormalExit || m_process.exitCode() != 0)
+            return fail("the server exited with status " + QByteArray::number(m_process.exitCode()));
+        return true;
+    }
+
+    quint16 port() const { return m_port; }
+    bool isRunning() const { return m_process.state() == QProcess::Running; }
+
+    //! Everything the server wrote to stderr since it was started.
+    QByteArray errorOutput()
+    {
+        m_stderr += m_process.readAllStandardError();
+        return m_stderr;
+    }
+
+private:
+    bool fail(const QByteArray &reason)
+    {
+        qWarning().noquote() << "ServerProcess:" << reason << "\n--- server stderr ---\n"
+                             << QString::fromLocal8Bit(errorOutput()) << "\n---";
+        return false;
+    }
+
+    QProcess m_process;
+    QByteArray m_stderr;
+    quint16 m_port = 0;
+};
+
+#endif
