@@ -40,7 +40,7 @@ tsan: deps
 	    -DKAVRO_TRANSLATIONS=OFF -DCMAKE_PREFIX_PATH="$$qt" -DCMAKE_BUILD_RPATH="$$qt/lib"; \
 	cmake --build build-tsan --parallel $(JOBS); \
 	TSAN_OPTIONS="halt_on_error=0 exitcode=66 second_deadlock_stack=1" \
-	    ctest --test-dir build-tsan --output-on-failure -R '^(transport|protocol|client|tsan)/'; \
+	    ctest --test-dir build-tsan --output-on-failure -R '^(transport|protocol|client|server|integration|tsan)/'; \
 	TSAN_OPTIONS="halt_on_error=0 exitcode=66" ctest --test-dir build-tsan -R '^tsan/' --repeat until-fail:10
 
 format: deps

@@ -26,16 +26,11 @@ class tst_KavroFile : public QObject
 private Q_SLOTS:
     void init();
     void cleanup();
-    void withoutService();
     void names_data();
     void names();
-    void openFetchesWithTheLock_data();
-    void openFetchesWithTheLock();
-    void openFailures_data();
-    void openFailures();
-    void knownLocalFileOpensWithoutRequest();
+    void open_data();
+    void open();
     void newFileIsArchived();
-    void newFileWithAGuidName();
 
 private:
     std::unique_ptr<KavroClient> connectedClient();
@@ -82,114 +77,94 @@ QString tst_KavroFile::writeFile(const QString &name, const QByteArray &content)
     return path;
 }
 
-void tst_KavroFile::withoutService()
-{
-    m_settings.reset();
-    m_settings = std::make_unique<TemporarySettings>(QByteArray(), true);
-    KavroClient::ClientConfig::instance().reload();
-    const QString path = writeFile(QStringLiteral("plain.txt"), "local");
-
-    KavroFile file(nullptr, m_dir->path() + QStringLiteral("/sub/../plain.txt"), 5);
-    QCOMPARE(file.GetName(), QDir::toNativeSeparators(path));
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QCOMPARE(file.readAll(), QByteArray("local"));
-    file.close();
-    QCOMPARE(file.GetError(), NoError);
-    QVERIFY(m_server->frames().isEmpty());
-}
-
 void tst_KavroFile::names_data()
 {
-    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("service");
+    QTest::addColumn<QString>("name"); // null: a file of the test's directory, named with a detour
     QTest::addColumn<uint>("fileId");
-    QTest::addColumn<QString>("printed");
+    QTest::addColumn<QString>("printed"); // null: that file's clean native path
     QTest::addColumn<QString>("guid");
 
-    QTest::newRow("archived file") << QStringLiteral("G") << 4u << QStringLiteral("kavro:///G/4")
-                                   << QStringLiteral("G");
-    QTest::newRow("file id 0 means a local file") << QStringLiteral("G") << 0u << QStringLiteral("G") << QString();
+    const QString G = QStringLiteral("G");
+    QTest::newRow("archived file") << true << G << 4u << QStringLiteral("kavro:///G/4") << G;
+    QTest::newRow("file id 0 means a local file") << true << QString() << 0u << QString() << QString();
+    QTest::newRow("without the service every file is local") << false << QString() << 5u << QString() << QString();
 }
 
 void tst_KavroFile::names()
 {
+    QFETCH(bool, service);
     QFETCH(QString, name);
     QFETCH(uint, fileId);
     QFETCH(QString, printed);
     QFETCH(QString, guid);
 
-    KavroFile file(nullptr, name, fileId);
-    QCOMPARE(file.GetName(), printed);
+    if (!service) {
+        m_settings.reset();
+        m_settings = std::make_unique<TemporarySettings>(QByteArray(), true);
+        KavroClient::ClientConfig::instance().reload();
+    }
+    const auto client = service ? connectedClient() : std::make_unique<KavroClient>();
+    QVERIFY(client);
+    const QString path = writeFile(QStringLiteral("plain.txt"), "local");
+    KavroFile file(client.get(), name.isNull() ? m_dir->path() + QStringLiteral("/sub/../plain.txt") : name, fileId);
+    QCOMPARE(file.GetName(), printed.isNull() ? QDir::toNativeSeparators(path) : printed);
     QCOMPARE(file.GetGuid(), guid);
     QVERIFY(!file.IsEmpty());
     QVERIFY(KavroFile(nullptr).IsEmpty());
+    if (guid.isEmpty()) {
+        // A local file opens as it is: nothing is asked of the server.
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), QByteArray("local"));
+        file.close();
+        QCOMPARE(file.GetError(), NoError);
+        for (const QByteArray &frame : m_server->frames())
+            QCOMPARE(FakeServer::commandOf(frame), QStringLiteral("GetBasePath"));
+    }
 }
 
-void tst_KavroFile::openFetchesWithTheLock_data()
+void tst_KavroFile::open_data()
 {
     QTest::addColumn<QIODevice::OpenMode>("mode");
-    QTest::addColumn<QByteArray>("writeLock");
-
-    QTest::newRow("read") << QIODevice::OpenMode(QIODevice::ReadOnly) << QByteArray("false");
-    QTest::newRow("write") << QIODevice::OpenMode(QIODevice::ReadWrite) << QByteArray("true");
-}
-
-void tst_KavroFile::openFetchesWithTheLock()
-{
-    QFETCH(QIODevice::OpenMode, mode);
-    QFETCH(QByteArray, writeLock);
-
-    const QString path = writeFile(QStringLiteral("archived.txt"), "archived content");
-    m_server->setReplyFields(QStringLiteral("RequestFile"),
-                             "<m:Path>" + path.toUtf8() + "</m:Path><m:Error>0</m:Error>");
-    const auto client = connectedClient();
-    QVERIFY(client);
-
-    QVERIFY(inWorkerThread([&] {
-        KavroFile file(client.get(), QStringLiteral("G"), 3);
-        if (!file.open(mode) || file.readAll() != "archived content")
-            return false;
-        file.close();
-        return file.GetError() == NoError;
-    }));
-    QTRY_COMPARE(m_server->frames().size(), 3);
-    const QByteArray request = m_server->frames().at(1);
-    QCOMPARE(FakeServer::commandOf(request), QStringLiteral("RequestFile"));
-    QVERIFY(request.contains(
-        QByteArray("<m:Guid>G</m:Guid><m:FileId>3</m:FileId><m:WriteLock>" + writeLock + "</m:WriteLock>")));
-    QCOMPARE(FakeServer::commandOf(m_server->frames().at(2)), QStringLiteral("CloseFile"));
-}
-
-void tst_KavroFile::openFailures_data()
-{
-    QTest::addColumn<QByteArray>("requestReply"); // empty: the server is not answering at all
+    QTest::addColumn<QByteArray>("requestReply"); // empty: the server is not answering at all; PATH: a real file
     QTest::addColumn<bool>("withClient");
+    QTest::addColumn<QByteArray>("writeLock"); // as requested; empty: nothing requested
     QTest::addColumn<int>("error");
-    QTest::addColumn<QString>("warning");
+    QTest::addColumn<QString>("warning"); // empty: opened
     QTest::addColumn<bool>("released"); // a CloseFile follows the RequestFile
 
-    QTest::newRow("no client") << QByteArray("<m:Error>0</m:Error>") << false << 0
+    const QIODevice::OpenMode read(QIODevice::ReadOnly);
+    const QByteArray ok = "<m:Error>0</m:Error>";
+    QTest::newRow("for writing with the write lock, released on closing")
+        << QIODevice::OpenMode(QIODevice::ReadWrite) << "<m:Path>PATH</m:Path>" + ok << true << QByteArray("true") << 0
+        << QString() << true;
+    QTest::newRow("no client") << read << ok << false << QByteArray() << 0
                                << QStringLiteral("KavroClient was not given to KavroFile") << false;
-    QTest::newRow("client not connected") << QByteArray() << true << int(ErrorNotConnected)
+    QTest::newRow("client not connected") << read << QByteArray() << true << QByteArray() << int(ErrorNotConnected)
                                           << QStringLiteral("KavroClient not connected but available") << false;
-    QTest::newRow("locked by someone else") << QByteArray("<m:Error>6</m:Error>") << true << int(ErrorFileGroupLocked)
-                                            << QStringLiteral("KavroFile::open: File group is locked") << false;
+    QTest::newRow("locked by someone else")
+        << read << QByteArray("<m:Error>6</m:Error>") << true << QByteArray("false") << int(ErrorFileGroupLocked)
+        << QStringLiteral("KavroFile::open: File group is locked") << false;
     QTest::newRow("locked, but the local copy cannot be opened")
-        << QByteArray("<m:Path>/nonexistent/kavro/file.txt</m:Path><m:Error>0</m:Error>") << true << int(ErrorOpenFile)
-        << QStringLiteral("KavroFile::open: Failed to open file") << true;
+        << read << "<m:Path>/nonexistent/kavro/file.txt</m:Path>" + ok << true << QByteArray("false")
+        << int(ErrorOpenFile) << QStringLiteral("KavroFile::open: Failed to open file") << true;
 }
 
-void tst_KavroFile::openFailures()
+void tst_KavroFile::open()
 {
+    QFETCH(QIODevice::OpenMode, mode);
     QFETCH(QByteArray, requestReply);
     QFETCH(bool, withClient);
+    QFETCH(QByteArray, writeLock);
     QFETCH(int, error);
     QFETCH(QString, warning);
     QFETCH(bool, released);
 
+    const QString path = writeFile(QStringLiteral("archived.txt"), "archived content");
     if (requestReply.isEmpty())
         m_server->setSilent(QStringLiteral("GetBasePath"));
     else
-        m_server->setReplyFields(QStringLiteral("RequestFile"), requestReply);
+        m_server->setReplyFields(QStringLiteral("RequestFile"), requestReply.replace("PATH", path.toUtf8()));
     auto client = std::make_unique<KavroClient>();
     if (requestReply.isEmpty())
         QVERIFY(m_server->waitForFrames(1));
@@ -197,28 +172,27 @@ void tst_KavroFile::openFailures()
         QVERIFY(QSignalSpy(client.get(), &KavroClient::connected).wait(10000));
 
     const TraceCapture capture;
-    const int fileError = inWorkerThread([&] {
+    const auto [content, fileError] = inWorkerThread([&] {
         KavroFile file(withClient ? client.get() : nullptr, QStringLiteral("G"), 3);
-        return file.open(QIODevice::ReadOnly) ? -1 : int(file.GetError());
+        if (!file.open(mode))
+            return std::make_pair(QByteArray(), int(file.GetError()));
+        const QByteArray bytes = file.readAll();
+        file.close();
+        return std::make_pair(bytes, int(file.GetError()));
     });
     QCOMPARE(fileError, error);
-    QVERIFY2(capture.texts().contains(warning), qPrintable(capture.texts().join(QLatin1Char('\n'))));
+    QCOMPARE(content, warning.isEmpty() ? QByteArray("archived content") : QByteArray());
+    if (!warning.isEmpty())
+        QVERIFY2(capture.texts().contains(warning), qPrintable(capture.texts().join(QLatin1Char('\n'))));
+    const QByteArray request = m_server->lastRequest(QStringLiteral("RequestFile"));
+    QCOMPARE(request.isEmpty(), writeLock.isEmpty());
+    if (!writeLock.isEmpty())
+        QVERIFY(request.contains(QByteArray("<m:Guid>G</m:Guid><m:FileId>3</m:FileId><m:WriteLock>" + writeLock)));
+    const QList<QByteArray> frames = m_server->frames();
     if (released)
         QTRY_COMPARE(FakeServer::commandOf(m_server->frames().last()), QStringLiteral("CloseFile"));
     else
-        QVERIFY(m_server->frames().isEmpty()
-                || FakeServer::commandOf(m_server->frames().last()) != QLatin1String("CloseFile"));
-}
-
-void tst_KavroFile::knownLocalFileOpensWithoutRequest()
-{
-    const auto client = connectedClient();
-    QVERIFY(client);
-    const QString path = writeFile(QStringLiteral("known.txt"), "x");
-    KavroFile file(client.get(), path, 0);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    file.close();
-    QCOMPARE(m_server->frames().size(), 1); // GetBasePath only
+        QVERIFY(frames.isEmpty() || FakeServer::commandOf(frames.last()) != QLatin1String("CloseFile"));
 }
 
 void tst_KavroFile::newFileIsArchived()
@@ -247,17 +221,13 @@ void tst_KavroFile::newFileIsArchived()
     QFile archived(QDir(groupDirectory).filePath(QStringLiteral("report.final.txt")));
     QVERIFY(archived.open(QIODevice::ReadOnly));
     QCOMPARE(archived.readAll(), QByteArray("report"));
-}
 
-void tst_KavroFile::newFileWithAGuidName()
-{
-    const auto client = connectedClient();
-    QVERIFY(client);
+    // A name that is no file name is the guid of a group there already: nothing is created.
     unsigned int days = 1;
-    const QString guid = QStringLiteral("6f1c2a4e-0000-4000-8000-00000000abcd");
-    KavroFile file(client.get(), guid, QString(), days, QString(), QString(), FileTypeImage, 0);
-    QCOMPARE(file.GetGuid(), guid);
-    QCOMPARE(m_server->frames().size(), 1); // nothing created
+    const QString existing = QStringLiteral("6f1c2a4e-0000-4000-8000-00000000abcd");
+    QCOMPARE(KavroFile(client.get(), existing, QString(), days, QString(), QString(), FileTypeImage, 0).GetGuid(),
+             existing);
+    QCOMPARE(m_server->frames().size(), frames.size());
 }
 
 QTEST_GUILESS_MAIN(tst_KavroFile)

@@ -34,18 +34,6 @@ FakeServer::FakeServer(QObject *parent)
     connect(&m_server, &QTcpServer::newConnection, this, &FakeServer::acceptClient);
 }
 
-FakeServer::~FakeServer() = default;
-
-bool FakeServer::listen(quint16 port)
-{
-    return m_server.listen(QHostAddress::LocalHost, port);
-}
-
-quint16 FakeServer::port() const
-{
-    return m_server.serverPort();
-}
-
 void FakeServer::close()
 {
     m_server.close();
@@ -62,28 +50,22 @@ void FakeServer::dropClient()
     m_received.clear();
 }
 
-bool FakeServer::hasClient() const
-{
-    return m_client && m_client->state() == QAbstractSocket::ConnectedState;
-}
-
 bool FakeServer::waitForClient(int timeout)
 {
     return QTest::qWaitFor(
         [this] {
-            return hasClient();
+            return m_client && m_client->state() == QAbstractSocket::ConnectedState;
         },
         timeout);
 }
 
-QByteArray FakeServer::rawReceived() const
+QByteArray FakeServer::lastRequest(const QString &command) const
 {
-    return m_raw;
-}
-
-QList<QByteArray> FakeServer::frames() const
-{
-    return m_frames;
+    for (auto frame = m_frames.crbegin(); frame != m_frames.crend(); ++frame) {
+        if (commandOf(*frame) == command)
+            return *frame;
+    }
+    return QByteArray();
 }
 
 bool FakeServer::waitForFrames(int count, int timeout)
@@ -93,11 +75,6 @@ bool FakeServer::waitForFrames(int count, int timeout)
             return m_frames.size() >= count;
         },
         timeout);
-}
-
-void FakeServer::setResponder(Responder responder)
-{
-    m_responder = std::move(responder);
 }
 
 void FakeServer::answerRequests(const QString &basePath)
@@ -111,21 +88,6 @@ void FakeServer::answerRequests(const QString &basePath)
         const QByteArray fields = m_replyFields.value(command, "<m:Error>0</m:Error><m:ErrorString/>");
         return QList<QByteArray>{soapReply(requestIdOf(request), name.constData(), fields)};
     });
-}
-
-void FakeServer::setReplyFields(const QString &command, const QByteArray &fields)
-{
-    m_replyFields.insert(command, fields);
-}
-
-void FakeServer::setReplyName(const QString &command, const QByteArray &replyName)
-{
-    m_replyNames.insert(command, replyName);
-}
-
-void FakeServer::setSilent(const QString &command)
-{
-    m_replyFields.insert(command, "silent");
 }
 
 QByteArray FakeServer::soapReply(const QString &requestId, const char *command, const QByteArray &fields)
@@ -149,8 +111,6 @@ QString FakeServer::commandOf(const QByteArray &request)
 QByteArray FakeServer::frame(const QByteArray &payload, Framing framing, bool compressed)
 {
     const QByteArray body = compressed ? qCompress(payload) : payload;
-    if (framing == Plain)
-        return body;
     QByteArray prefix(4, '\0');
     const auto length = static_cast<quint32>(body.size());
     if (framing == BigEndian)
@@ -158,11 +118,6 @@ QByteArray FakeServer::frame(const QByteArray &payload, Framing framing, bool co
     else
         qToLittleEndian(length, prefix.data());
     return prefix + body;
-}
-
-void FakeServer::send(const QByteArray &payload, Framing framing, bool compressed)
-{
-    sendRaw(frame(payload, framing, compressed));
 }
 
 void FakeServer::sendRaw(const QByteArray &bytes, int pieceSize)
@@ -206,7 +161,6 @@ void FakeServer::acceptClient()
         m_raw.clear();
         m_received.clear();
         connect(socket, &QTcpSocket::readyRead, this, &FakeServer::readClient);
-        Q_EMIT clientConnected();
     }
 }
 

@@ -19,7 +19,7 @@ class QTcpSocket;
  *
  * It listens on a free port, records every frame that arrives (4-byte
  * little-endian length, then the payload) and sends whatever the test says:
- * frames in either byte order, compressed or plain, raw bytes in pieces,
+ * frames in either byte order, compressed or not, raw bytes in pieces,
  * garbage, or nothing at all. A responder can answer each request frame.
  */
 class FakeServer : public QObject
@@ -27,38 +27,40 @@ class FakeServer : public QObject
     Q_OBJECT
 
 public:
-    enum Framing { LittleEndian, BigEndian, Plain };
+    enum Framing { LittleEndian, BigEndian };
     //! Answers one request payload with the payloads to send back (little-endian frames).
     using Responder = std::function<QList<QByteArray>(const QByteArray &request)>;
 
     explicit FakeServer(QObject *parent = nullptr);
-    ~FakeServer() override;
+    ~FakeServer() override = default;
 
     //! Listens on \a port, or on a free one when 0; true on success.
-    bool listen(quint16 port = 0);
-    quint16 port() const;
+    bool listen(quint16 port = 0) { return m_server.listen(QHostAddress::LocalHost, port); }
+    quint16 port() const { return m_server.serverPort(); }
     //! Stops listening and drops every client.
     void close();
     //! Closes the current client's connection from the server side.
     void dropClient();
-    bool hasClient() const;
+    //! Waits for a client to be connected; true when one is.
     bool waitForClient(int timeout = 10000);
 
     //! Every byte received from the current client, frames or not.
-    QByteArray rawReceived() const;
-    QList<QByteArray> frames() const;
+    QByteArray rawReceived() const { return m_raw; }
+    QList<QByteArray> frames() const { return m_frames; }
+    //! The last request frame of \a command; empty when there is none.
+    QByteArray lastRequest(const QString &command) const;
     bool waitForFrames(int count, int timeout = 10000);
-    void setResponder(Responder responder);
+    void setResponder(Responder responder) { m_responder = std::move(responder); }
     /*!
      * Answers like an archive server: every request with its command's reply,
      * holding the fields set with setReplyFields() (by default no error), and
      * "GetBasePath" with \a basePath. A command set silent is not answered.
      */
     void answerRequests(const QString &basePath);
-    void setReplyFields(const QString &command, const QByteArray &fields);
+    void setReplyFields(const QString &command, const QByteArray &fields) { m_replyFields.insert(command, fields); }
     //! Answers \a command with a reply named \a replyName instead of its own.
-    void setReplyName(const QString &command, const QByteArray &replyName);
-    void setSilent(const QString &command);
+    void setReplyName(const QString &command, const QByteArray &replyName) { m_replyNames.insert(command, replyName); }
+    void setSilent(const QString &command) { m_replyFields.insert(command, "silent"); }
 
     //! A reply document: the envelope with \a requestId, and \a fields (XML, prefix "m") inside \a command.
     static QByteArray soapReply(const QString &requestId, const char *command, const QByteArray &fields);
@@ -69,8 +71,8 @@ public:
 
     //! One message in \a framing; compressed in Qt's format when asked.
     static QByteArray frame(const QByteArray &payload, Framing framing = LittleEndian, bool compressed = false);
-    //! Sends \a payload as one frame to the current client.
-    void send(const QByteArray &payload, Framing framing = LittleEndian, bool compressed = false);
+    //! Sends \a payload as one little-endian frame to the current client.
+    void send(const QByteArray &payload) { sendRaw(frame(payload)); }
     //! Sends \a bytes as they are, in writes of \a pieceSize bytes (all at once when 0).
     void sendRaw(const QByteArray &bytes, int pieceSize = 0);
     /*!
@@ -82,7 +84,6 @@ public:
 
 Q_SIGNALS:
     void frameReceived(const QByteArray &payload);
-    void clientConnected();
 
 private:
     void acceptClient();

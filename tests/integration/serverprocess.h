@@ -9,11 +9,8 @@
 #include <QtDebug>
 
 /*!
- * The archive server as a child process, listening on 127.0.0.1.
- *
- * start() waits for the first line of its output, the port it listens on;
- * stop() terminates it and is true only for a clean exit. Whatever the server
- * wrote to stderr is shown when either fails.
+ * The archive server as a child process on 127.0.0.1. start() waits for the port it prints first, stop() is
+ * true only for a clean exit; either shows what the server wrote to stderr when it fails.
  */
 class ServerProcess
 {
@@ -21,10 +18,8 @@ public:
     ServerProcess() { m_process.setProgram(QString::fromUtf8(KAVRO_SERVER_BINARY)); }
     ~ServerProcess()
     {
-        if (m_process.state() != QProcess::NotRunning) {
-            m_process.kill();
-            m_process.waitForFinished(10000);
-        }
+        m_process.kill(); // does nothing once the server has stopped
+        m_process.waitForFinished(10000);
     }
     Q_DISABLE_COPY_MOVE(ServerProcess)
 
@@ -37,18 +32,13 @@ public:
                                            QStringLiteral("127.0.0.1:%1").arg(port)}
                                + extraArguments);
         m_process.start();
-        if (!m_process.waitForStarted(10000))
-            return fail("the server did not start: " + m_process.errorString().toLocal8Bit());
         const QDeadlineTimer deadline(20000);
         while (!m_process.canReadLine()) {
             if (deadline.hasExpired() || !m_process.waitForReadyRead(int(deadline.remainingTime())))
-                return fail("the server reported no port");
+                return fail("the server reported no port: " + m_process.errorString().toLocal8Bit());
         }
-        bool ok = false;
-        m_port = static_cast<quint16>(m_process.readLine().trimmed().toUInt(&ok));
-        if (!ok || m_port == 0 || (port != 0 && m_port != port))
-            return fail("the server reported no valid port");
-        return true;
+        m_port = static_cast<quint16>(m_process.readLine().trimmed().toUInt());
+        return m_port != 0 && (port == 0 || m_port == port) ? true : fail("the server reported no valid port");
     }
 
     //! Terminates the server; true when it exited by itself with code 0.

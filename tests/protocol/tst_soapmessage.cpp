@@ -51,10 +51,6 @@ void tst_SoapMessage::read_data()
     QTest::addColumn<QStringList>("groups"); // guids
 
     const QStringList none;
-    QTest::newRow("error only") << reply("DeleteFileReply", "<m:Error>5</m:Error><m:ErrorString>locked</m:ErrorString>")
-                                << QStringLiteral("DeleteFileReply") << true << 5 << QStringLiteral("locked")
-                                << QStringList{QStringLiteral("Error=5"), QStringLiteral("ErrorString=locked")} << none
-                                << none;
     QTest::newRow("fields in any order, blanks between")
         << reply("AddFileReply", "\n <m:ErrorString/> <m:FileId>12</m:FileId>\t<m:Error>-3</m:Error>\n")
         << QStringLiteral("AddFileReply") << true << -3 << QString()
@@ -65,10 +61,6 @@ void tst_SoapMessage::read_data()
                  "<m:Users><m:User>ann</m:User><m:User/><m:User>bob</m:User></m:Users><m:Error>0</m:Error>")
         << QStringLiteral("GetUserListReply") << true << 0 << QString() << QStringList{QStringLiteral("Error=0")}
         << QStringList{QStringLiteral("ann"), QString(), QStringLiteral("bob")} << none;
-    QTest::newRow("application list") << reply("GetApplicationListReply",
-                                               "<m:Applications><m:Application>viewer</m:Application></m:Applications>")
-                                      << QStringLiteral("GetApplicationListReply") << true << 0 << QString() << none
-                                      << QStringList{QStringLiteral("viewer")} << none;
     QTest::newRow("file list as id, name")
         << reply("GetFileListReply",
                  "<m:Files><m:File><m:FileName>a.txt</m:FileName><m:FileId>1</m:FileId></m:File>"
@@ -80,11 +72,6 @@ void tst_SoapMessage::read_data()
         << reply("QueryFileGroupsReply", group("g1") + "<m:Error>0</m:Error>" + group("g2") + group("g3"))
         << QStringLiteral("QueryFileGroupsReply") << true << 0 << QString() << QStringList{QStringLiteral("Error=0")}
         << none << QStringList{QStringLiteral("g1"), QStringLiteral("g2"), QStringLiteral("g3")};
-    QTest::newRow("server's conversion request")
-        << reply("ConvertFileGroup", "<m:Guid>g</m:Guid><m:FileType>5</m:FileType><m:Path>/in</m:Path>")
-        << QStringLiteral("ConvertFileGroup") << true << 0 << QString()
-        << QStringList{QStringLiteral("FileType=5"), QStringLiteral("Guid=g"), QStringLiteral("Path=/in")} << none
-        << none;
     QTest::newRow("unknown command is not read")
         << reply("FutureReply", "<m:Anything>at all</m:Anything>") << QStringLiteral("FutureReply") << false << 0
         << QString() << none << none << none;
