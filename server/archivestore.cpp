@@ -154,6 +154,8 @@ public:
     KavroError checkFile(const QString &guid, quint32 id, KavroError missing);
     KavroError touch(const QString &guid);
     KavroError transaction(const std::function<KavroError()> &work);
+    //! Runs \a work in a transaction when the group \a guid exists; ErrorGuidNotFound otherwise.
+    KavroError onGroup(const QString &guid, const std::function<KavroError()> &work);
     void noteName(const QLatin1String &table, const QString &name);
     QStringList names(const QLatin1String &table);
     bool readFiles(const QString &guid, QList<StoredFile> *files);
@@ -326,6 +328,14 @@ KavroError ArchiveStore::Private::touch(const QString &guid)
 
 // Runs \a work in a transaction, or in a savepoint when one is open, so that a method's statements stay
 // together whether or not the caller groups them.
+KavroError ArchiveStore::Private::onGroup(const QString &guid, const std::function<KavroError()> &work)
+{
+    return transaction([&] {
+        const KavroError group = checkGroup(guid);
+        return group != NoError ? group : work();
+    });
+}
+
 KavroError ArchiveStore::Private::transaction(const std::function<KavroError()> &work)
 {
     if (!begin())
@@ -503,10 +513,7 @@ bool ArchiveStore::fileGroupExists(const QString &guid)
 
 KavroError ArchiveStore::deleteFileGroup(const QString &guid)
 {
-    return d->transaction([&] {
-        const KavroError group = d->checkGroup(guid);
-        if (group != NoError)
-            return group;
+    return d->onGroup(guid, [&] {
         QSqlQuery query(d->db);
         if (!d->run(query, QStringLiteral("SELECT COUNT(*) FROM locks WHERE guid = ?"), {guid}) || !query.next())
             return ErrorReadLockFromDb;
@@ -554,10 +561,7 @@ KavroError ArchiveStore::setPath(const QString &guid, const QString &path)
 
 KavroError ArchiveStore::addFile(const QString &guid, const QString &name, quint32 wantedId, quint32 *id)
 {
-    return d->transaction([&] {
-        const KavroError group = d->checkGroup(guid);
-        if (group != NoError)
-            return group;
+    return d->onGroup(guid, [&] {
         QSqlQuery query(d->db);
         quint32 newId = wantedId;
         if (wantedId == 0) {
@@ -666,10 +670,7 @@ KavroError ArchiveStore::unlockFile(const QString &guid, quint32 id, const QStri
 
 KavroError ArchiveStore::addReference(const QString &guid, const QString &application)
 {
-    return d->transaction([&] {
-        const KavroError group = d->checkGroup(guid);
-        if (group != NoError)
-            return group;
+    return d->onGroup(guid, [&] {
         QSqlQuery query(d->db);
         if (!d->run(query,
                     QStringLiteral("UPDATE file_references SET reference_count = reference_count + 1"
@@ -689,10 +690,7 @@ KavroError ArchiveStore::addReference(const QString &guid, const QString &applic
 
 KavroError ArchiveStore::removeReference(const QString &guid, const QString &application)
 {
-    return d->transaction([&] {
-        const KavroError group = d->checkGroup(guid);
-        if (group != NoError)
-            return group;
+    return d->onGroup(guid, [&] {
         QSqlQuery query(d->db);
         if (!d->run(query,
                     QStringLiteral("SELECT reference_count FROM file_references WHERE guid = ? AND application = ?"),
@@ -711,10 +709,7 @@ KavroError ArchiveStore::removeReference(const QString &guid, const QString &app
 
 KavroError ArchiveStore::removeAllReferences(const QString &guid, const QString &application)
 {
-    return d->transaction([&] {
-        const KavroError group = d->checkGroup(guid);
-        if (group != NoError)
-            return group;
+    return d->onGroup(guid, [&] {
         QSqlQuery query(d->db);
         return d->run(query, QStringLiteral("DELETE FROM file_references WHERE guid = ? AND application = ?"),
                       {guid, application})
