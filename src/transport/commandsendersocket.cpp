@@ -221,9 +221,11 @@ void CommandSenderSocket::tearDown()
         m_separator = nullptr;
     }
     if (m_socket) {
+        // Unhooked first: closing with bytes unwritten changes the state at once, which must not
+        // pass for the announcement below.
+        disconnect(m_socket, nullptr, this, nullptr);
         if (m_socket->isValid())
             m_socket->disconnectFromHost();
-        disconnect(m_socket, nullptr, this, nullptr);
         m_socket->deleteLater();
         m_socket = nullptr;
     }

@@ -16,8 +16,11 @@ class tst_AsyncHandler : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void init()
+    {
+        m_sender = std::make_unique<CommandSender>(QStringLiteral("127.0.0.1"), 1, QString(), QString(), QString());
+    }
+    void cleanup() { m_sender.reset(); }
     void replyBeforeTheWait();
     void timeoutDespiteOtherReplies();
 
@@ -26,16 +29,6 @@ private:
 
     std::unique_ptr<CommandSender> m_sender;
 };
-
-void tst_AsyncHandler::init()
-{
-    m_sender = std::make_unique<CommandSender>(QStringLiteral("127.0.0.1"), 1, QString(), QString(), QString());
-}
-
-void tst_AsyncHandler::cleanup()
-{
-    m_sender.reset();
-}
 
 void tst_AsyncHandler::reply(const QString &requestId, int error)
 {

@@ -1,17 +1,13 @@
 // SPDX-FileCopyrightText: 2026 Kavro developers
 // SPDX-License-Identifier: MIT
 #include "commandsender_p.h"
-#include "errorhandler_p.h"
-#include "fakeserver.h"
+#include "fakearchive.h"
 #include "soapmessage_p.h"
-#include "temporarysettings.h"
 #include "tracecapture.h"
 
 #include <kavro/filequery.h>
 
-#include <QSignalSpy>
 #include <QTest>
-#include <QXmlStreamWriter>
 
 #include <memory>
 
@@ -26,24 +22,13 @@ QByteArray errorFields(int error, const char *text = "x")
     return "<m:Error>" + QByteArray::number(error) + "</m:Error><m:ErrorString>" + text + "</m:ErrorString>";
 }
 
-QByteArray groupXml(const FileGroupData &group)
-{
-    QByteArray xml;
-    QXmlStreamWriter writer(&xml);
-    writer.writeStartElement(QStringLiteral("m:Wrapper"));
-    writer.writeNamespace(QStringLiteral("http://kavro/8SP/KAVRO"), QStringLiteral("m"));
-    group.ToHtml(writer, true, false);
-    writer.writeEndElement();
-    return xml.mid(xml.indexOf("<m:FileGroup>"), xml.lastIndexOf("</m:Wrapper>") - xml.indexOf("<m:FileGroup>"));
-}
-
-FileGroupData sampleGroup(const char *guid)
+// A group named "n" of type 11 without files, as the reply holds it.
+FileGroupData group(const char *guid)
 {
     FileGroupData group;
     group.setGuid(QLatin1String(guid));
-    group.setName(QStringLiteral("name"));
+    group.setName(QStringLiteral("n"));
     group.setFileType(FileTypeImage);
-    group.addFile(QStringLiteral("a.png"), 1);
     return group;
 }
 
@@ -89,7 +74,11 @@ class tst_CommandSender : public QObject
 
 private Q_SLOTS:
     void init();
-    void cleanup();
+    void cleanup()
+    {
+        m_sender.reset();
+        m_env.reset();
+    }
     void connectedOnceAfterBasePath_data();
     void connectedOnceAfterBasePath();
     void requests_data();
@@ -100,37 +89,23 @@ private Q_SLOTS:
     void conversionAnswerDoesNotTakeTheLine();
 
 private:
-    bool startConnected();
+    bool startConnected()
+    {
+        QSignalSpy connected(m_sender.get(), &CommandSender::connected);
+        m_sender->start();
+        return connected.wait(10000) && m_sender->CheckIsConnected();
+    }
 
-    std::unique_ptr<TemporarySettings> m_settings;
-    std::unique_ptr<FakeServer> m_server;
+    std::unique_ptr<FakeArchive> m_env;
     std::unique_ptr<CommandSender> m_sender;
 };
 
 void tst_CommandSender::init()
 {
-    ErrorHandler::instance().setTraceMask(ErrorHandler::TraceInfo | ErrorHandler::TraceWarning);
-    m_settings = std::make_unique<TemporarySettings>("[KAVRO]\nReconnectIntervalMs=20\n", true);
-    m_server = std::make_unique<FakeServer>();
-    QVERIFY(m_server->listen());
-    m_server->answerRequests(QStringLiteral("/store"));
-    m_server->setSilent(QStringLiteral("ConvertFileGroupReply")); // an answer, not a request
-    m_sender = std::make_unique<CommandSender>(QStringLiteral("127.0.0.1"), m_server->port(), QStringLiteral("app"),
+    m_env = std::make_unique<FakeArchive>();
+    m_env->server.setSilent(QStringLiteral("ConvertFileGroupReply")); // an answer, not a request
+    m_sender = std::make_unique<CommandSender>(QStringLiteral("127.0.0.1"), m_env->server.port(), QStringLiteral("app"),
                                                QStringLiteral("user"), QStringLiteral("team"));
-}
-
-void tst_CommandSender::cleanup()
-{
-    m_sender.reset();
-    m_server.reset();
-    m_settings.reset();
-}
-
-bool tst_CommandSender::startConnected()
-{
-    QSignalSpy connected(m_sender.get(), &CommandSender::connected);
-    m_sender->start();
-    return connected.wait(10000) && m_sender->CheckIsConnected();
 }
 
 void tst_CommandSender::connectedOnceAfterBasePath_data()
@@ -143,18 +118,18 @@ void tst_CommandSender::connectedOnceAfterBasePath_data()
 void tst_CommandSender::connectedOnceAfterBasePath()
 {
     QFETCH(int, basePathError);
-    m_server->setReplyFields(QStringLiteral("GetBasePath"), "<m:Path>/store</m:Path>" + errorFields(basePathError));
+    m_env->server.setReplyFields(QStringLiteral("GetBasePath"), "<m:Path>/store</m:Path>" + errorFields(basePathError));
     m_sender->setCheckInterval(30);
     QSignalSpy connected(m_sender.get(), &CommandSender::connected);
     m_sender->start();
     m_sender->start(); // a second start changes nothing (and frees nothing twice)
     QVERIFY(connected.wait());
     QCOMPARE(connected.at(0).at(0).toString(), QStringLiteral("/store"));
-    QCOMPARE(FakeServer::commandOf(m_server->frames().first()), QStringLiteral("GetBasePath"));
+    QCOMPARE(FakeServer::commandOf(m_env->server.frames().first()), QStringLiteral("GetBasePath"));
 
     // The keep-alive asks again; its answers announce nothing.
-    QVERIFY(m_server->waitForFrames(3));
-    for (const QByteArray &frame : m_server->frames())
+    QVERIFY(m_env->server.waitForFrames(3));
+    for (const QByteArray &frame : m_env->server.frames())
         QCOMPARE(FakeServer::commandOf(frame), QStringLiteral("GetBasePath"));
     QCOMPARE(connected.size(), 1);
 }
@@ -177,16 +152,17 @@ void tst_CommandSender::requests_data()
         {"<m:TeamMembership>team</m:TeamMembership><m:UserName>user</m:UserName>"});
     row("DeleteFileGroup", "KavroClient::DeleteFG: guid='G' shallow='false'",
         {"<m:ShallowDelete>false</m:ShallowDelete>"});
-    row("QueryMetaData", "KavroClient::QueryMetaData: guid='G' app='other'", {"<m:Application>other</m:Application>"});
+    const QByteArray other = "<m:Guid>G</m:Guid><m:Application>other</m:Application>";
+    row("QueryMetaData", "KavroClient::QueryMetaData: guid='G' app='other'", {other});
     row("AddFile", "KavroClient::AddFile: guid='G' fileid='0' filename='x.bin'");
-    row("DeleteFile", "KavroClient::DeleteFile: guid='G' fileid='4'");
+    row("DeleteFile", "KavroClient::DeleteFile: guid='G' fileid='4'", {"<m:Guid>G</m:Guid><m:FileId>4</m:FileId>"});
     row("RequestFile", "KavroClient::RequestFile: guid='G' fileid='4' lock='3' lockid='G|4|user'",
-        {"<m:WriteLock>true</m:WriteLock><m:UserName>user</m:UserName>"});
+        {"<m:Guid>G</m:Guid><m:FileId>4</m:FileId><m:WriteLock>true</m:WriteLock><m:UserName>user</m:UserName>"});
     row("CloseFile", "KavroClient::CloseFile: guid='G' fileid='4'", {"<m:UserName>user</m:UserName>"});
     row("MoveToNas", "KavroClient::MoveToNas: guid='G' user='user'", {"<m:UserName>user</m:UserName>"});
-    row("AddReference", "KavroClient::AddRef: guid='G' app='other'", {"<m:Application>other</m:Application>"});
-    row("RemoveReference", "KavroClient::RemoveReference: guid='G'", {"<m:Application>other</m:Application>"});
-    row("RemoveAllReferences", "KavroClient::RemoveAllReferences: guid='G'", {"<m:Application>other</m:Application>"});
+    row("AddReference", "KavroClient::AddRef: guid='G' app='other'", {other});
+    row("RemoveReference", "KavroClient::RemoveReference: guid='G'", {other});
+    row("RemoveAllReferences", "KavroClient::RemoveAllReferences: guid='G'", {other});
     row("QueryFileGroups", "", {"<m:Application>app</m:Application>", "<m:User>user</m:User>"});
 }
 
@@ -202,8 +178,8 @@ void tst_CommandSender::requests()
     const QString requestId = sendRequest(*m_sender, command);
     QCOMPARE(capture.texts(), trace.isEmpty() ? QStringList() : QStringList{trace});
 
-    QVERIFY(m_server->waitForFrames(2));
-    const QByteArray request = m_server->frames().at(1);
+    QVERIFY(m_env->server.waitForFrames(2));
+    const QByteArray request = m_env->server.frames().at(1);
     QCOMPARE(FakeServer::commandOf(request), QString::fromLatin1(command));
     QCOMPARE(FakeServer::requestIdOf(request), requestId);
     for (const QByteArray &part : sent)
@@ -239,8 +215,8 @@ void tst_CommandSender::replies_data()
     };
     const QByteArray ok = errorFields(0, "");
     const QString x = QStringLiteral("x");
-    const FileGroupData first = sampleGroup("g1");
-    const FileGroupData second = sampleGroup("g2");
+    const FileGroupData first = group("g1");
+    const FileGroupData second = group("g2");
     QStringList table;
     FileGroupData::GetHeaders(table);
     first.ToStringList(table);
@@ -262,7 +238,8 @@ void tst_CommandSender::replies_data()
              "Error while getting register converter reply");
     errorRow("delete group", "DeleteFileGroupReply", 14, 14, "Error while getting delete filegroup reply");
     row("request file", "RequestFileReply", "<m:Path>/f</m:Path>" + ok, {s_id, QStringLiteral("/f"), 0, QString()});
-    row("metadata error uses the code's text", "QueryMetaDataReply", groupXml(first) + errorFields(3, "server text"),
+    row("metadata error uses the code's text", "QueryMetaDataReply",
+        FakeServer::groupXml("g1") + errorFields(3, "server text"),
         {s_id, QVariant::fromValue(first), 3, QStringLiteral("File group Id not found")},
         QStringLiteral("the filegroup meta data request returned the error: File group Id not found"));
     row("applications", "GetApplicationListReply",
@@ -274,8 +251,9 @@ void tst_CommandSender::replies_data()
         QStringLiteral("Error while getting file list: x (19)"));
     row("users", "GetUserListReply", "<m:Users><m:User>u</m:User></m:Users>" + ok,
         {s_id, QStringList{QStringLiteral("u")}, 0, QString()});
-    row("query shares the user-list text", "QueryFileGroupsReply", groupXml(first) + groupXml(second) + errorFields(19),
-        {s_id, table, 16, 19, x}, QStringLiteral("Error while getting user list: x (19)"));
+    row("query shares the user-list text", "QueryFileGroupsReply",
+        FakeServer::groupXml("g1") + FakeServer::groupXml("g2") + errorFields(19), {s_id, table, 16, 19, x},
+        QStringLiteral("Error while getting user list: x (19)"));
     row("rovec", "CreateRovecFileGroupReply", "<m:Guid>g</m:Guid><m:Path>/r</m:Path>" + errorFields(36),
         {QStringLiteral("g"), QStringLiteral("/r"), 36, x}, QStringLiteral("Error while creating file group: x (36)"));
     row("progress has no limit", "QueryLocationStateProgressReply",
@@ -323,7 +301,7 @@ void tst_CommandSender::replies()
     QSignalSpy handled(m_sender.get(), &CommandSender::si_requestHandled);
     const TraceCapture capture;
 
-    m_server->send(document);
+    m_env->server.send(document);
     QVERIFY(handled.wait());
     QCOMPARE(handled.at(0).at(0).toString(), s_id);
     QCOMPARE(replied.size(), 1);
@@ -338,7 +316,7 @@ void tst_CommandSender::xmlErrorKeepsTheConnection()
     const TraceCapture capture;
     m_sender->SlotHandleXmlError(QStringLiteral("bad token"), true);
     m_sender->SlotHandleXmlError(QStringLiteral("worse"));
-    const QString peer = QStringLiteral("127.0.0.1:%1").arg(m_server->port());
+    const QString peer = QStringLiteral("127.0.0.1:%1").arg(m_env->server.port());
     QCOMPARE(
         capture.texts(),
         QStringList({QStringLiteral("CommandSender::HandleXmlError: XML parse error from %1: bad token").arg(peer),
@@ -351,13 +329,13 @@ void tst_CommandSender::conversionAnswerDoesNotTakeTheLine()
 {
     QVERIFY(startConnected());
     m_sender->ConvertFileGroupReply(QStringLiteral("g"), 66, QStringLiteral("later"));
-    m_server->setResponder(nullptr); // nothing is answered from now on
+    m_env->server.setResponder(nullptr); // nothing is answered from now on
     m_sender->GetUserList();
-    QVERIFY(m_server->waitForFrames(3));
-    const QByteArray answer = m_server->frames().at(1);
+    QVERIFY(m_env->server.waitForFrames(3));
+    const QByteArray answer = m_env->server.frames().at(1);
     QCOMPARE(FakeServer::commandOf(answer), QStringLiteral("ConvertFileGroupReply"));
     QVERIFY(answer.contains("<m:Guid>g</m:Guid><m:Error>66</m:Error><m:ErrorString>later</m:ErrorString>"));
-    QCOMPARE(FakeServer::commandOf(m_server->frames().at(2)), QStringLiteral("GetUserList"));
+    QCOMPARE(FakeServer::commandOf(m_env->server.frames().at(2)), QStringLiteral("GetUserList"));
 }
 
 QTEST_GUILESS_MAIN(tst_CommandSender)

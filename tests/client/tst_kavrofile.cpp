@@ -1,18 +1,12 @@
 // SPDX-FileCopyrightText: 2026 Kavro developers
 // SPDX-License-Identifier: MIT
-#include "errorhandler_p.h"
-#include "fakeserver.h"
-#include "kavroclient_p.h"
-#include "temporarysettings.h"
+#include "fakearchive.h"
 #include "tracecapture.h"
-#include "workerthread.h"
 
 #include <kavro/kavroclient.h>
 #include <kavro/kavrofile.h>
 
 #include <QDir>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
@@ -24,8 +18,8 @@ class tst_KavroFile : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void init() { m_env = std::make_unique<FakeArchive>(); }
+    void cleanup() { m_env.reset(); }
     void names_data();
     void names();
     void open_data();
@@ -33,49 +27,8 @@ private Q_SLOTS:
     void newFileIsArchived();
 
 private:
-    std::unique_ptr<KavroClient> connectedClient();
-    QString writeFile(const QString &name, const QByteArray &content) const;
-
-    std::unique_ptr<QTemporaryDir> m_dir;
-    std::unique_ptr<FakeServer> m_server;
-    std::unique_ptr<TemporarySettings> m_settings;
+    std::unique_ptr<FakeArchive> m_env;
 };
-
-void tst_KavroFile::init()
-{
-    ErrorHandler::instance().setTraceMask(ErrorHandler::TraceWarning);
-    m_dir = std::make_unique<QTemporaryDir>();
-    m_server = std::make_unique<FakeServer>();
-    QVERIFY(m_server->listen());
-    m_server->answerRequests(m_dir->path());
-    m_settings = std::make_unique<TemporarySettings>(
-        "[KAVRO]\nServerHost=127.0.0.1\nXmlPort=" + QByteArray::number(m_server->port()) + "\nReconnectIntervalMs=20\n",
-        true);
-    KavroClient::ClientConfig::instance().reload();
-}
-
-void tst_KavroFile::cleanup()
-{
-    m_server.reset();
-    m_settings.reset();
-    m_dir.reset();
-}
-
-std::unique_ptr<KavroClient> tst_KavroFile::connectedClient()
-{
-    auto client = std::make_unique<KavroClient>();
-    QSignalSpy connected(client.get(), &KavroClient::connected);
-    return connected.wait(10000) ? std::move(client) : nullptr;
-}
-
-QString tst_KavroFile::writeFile(const QString &name, const QByteArray &content) const
-{
-    const QString path = m_dir->filePath(name);
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly))
-        file.write(content);
-    return path;
-}
 
 void tst_KavroFile::names_data()
 {
@@ -99,15 +52,14 @@ void tst_KavroFile::names()
     QFETCH(QString, printed);
     QFETCH(QString, guid);
 
-    if (!service) {
-        m_settings.reset();
-        m_settings = std::make_unique<TemporarySettings>(QByteArray(), true);
-        KavroClient::ClientConfig::instance().reload();
-    }
-    const auto client = service ? connectedClient() : std::make_unique<KavroClient>();
+    if (!service)
+        m_env->useSettings(QByteArray());
+    const auto client = service ? FakeArchive::connectedClient() : std::make_unique<KavroClient>();
     QVERIFY(client);
-    const QString path = writeFile(QStringLiteral("plain.txt"), "local");
-    KavroFile file(client.get(), name.isNull() ? m_dir->path() + QStringLiteral("/sub/../plain.txt") : name, fileId);
+    const QString path = m_env->storage.filePath(QStringLiteral("plain.txt"));
+    QVERIFY(writeFile(path, "local"));
+    KavroFile file(client.get(), name.isNull() ? m_env->storage.path() + QStringLiteral("/sub/../plain.txt") : name,
+                   fileId);
     QCOMPARE(file.GetName(), printed.isNull() ? QDir::toNativeSeparators(path) : printed);
     QCOMPARE(file.GetGuid(), guid);
     QVERIFY(!file.IsEmpty());
@@ -118,7 +70,7 @@ void tst_KavroFile::names()
         QCOMPARE(file.readAll(), QByteArray("local"));
         file.close();
         QCOMPARE(file.GetError(), NoError);
-        for (const QByteArray &frame : m_server->frames())
+        for (const QByteArray &frame : m_env->server.frames())
             QCOMPARE(FakeServer::commandOf(frame), QStringLiteral("GetBasePath"));
     }
 }
@@ -160,14 +112,15 @@ void tst_KavroFile::open()
     QFETCH(QString, warning);
     QFETCH(bool, released);
 
-    const QString path = writeFile(QStringLiteral("archived.txt"), "archived content");
+    const QString path = m_env->storage.filePath(QStringLiteral("archived.txt"));
+    QVERIFY(writeFile(path, "archived content"));
     if (requestReply.isEmpty())
-        m_server->setSilent(QStringLiteral("GetBasePath"));
+        m_env->server.setSilent(QStringLiteral("GetBasePath"));
     else
-        m_server->setReplyFields(QStringLiteral("RequestFile"), requestReply.replace("PATH", path.toUtf8()));
+        m_env->server.setReplyFields(QStringLiteral("RequestFile"), requestReply.replace("PATH", path.toUtf8()));
     auto client = std::make_unique<KavroClient>();
     if (requestReply.isEmpty())
-        QVERIFY(m_server->waitForFrames(1));
+        QVERIFY(m_env->server.waitForFrames(1));
     else
         QVERIFY(QSignalSpy(client.get(), &KavroClient::connected).wait(10000));
 
@@ -184,23 +137,24 @@ void tst_KavroFile::open()
     QCOMPARE(content, warning.isEmpty() ? QByteArray("archived content") : QByteArray());
     if (!warning.isEmpty())
         QVERIFY2(capture.texts().contains(warning), qPrintable(capture.texts().join(QLatin1Char('\n'))));
-    const QByteArray request = m_server->lastRequest(QStringLiteral("RequestFile"));
+    const QByteArray request = m_env->server.lastRequest(QStringLiteral("RequestFile"));
     QCOMPARE(request.isEmpty(), writeLock.isEmpty());
     if (!writeLock.isEmpty())
         QVERIFY(request.contains(QByteArray("<m:Guid>G</m:Guid><m:FileId>3</m:FileId><m:WriteLock>" + writeLock)));
-    const QList<QByteArray> frames = m_server->frames();
+    const QList<QByteArray> frames = m_env->server.frames();
     if (released)
-        QTRY_COMPARE(FakeServer::commandOf(m_server->frames().last()), QStringLiteral("CloseFile"));
+        QTRY_COMPARE(FakeServer::commandOf(m_env->server.frames().last()), QStringLiteral("CloseFile"));
     else
         QVERIFY(frames.isEmpty() || FakeServer::commandOf(frames.last()) != QLatin1String("CloseFile"));
 }
 
 void tst_KavroFile::newFileIsArchived()
 {
-    m_server->setReplyFields(QStringLiteral("AddFile"), "<m:FileId>5</m:FileId><m:Error>0</m:Error>");
-    const auto client = connectedClient();
+    m_env->server.setReplyFields(QStringLiteral("AddFile"), "<m:FileId>5</m:FileId><m:Error>0</m:Error>");
+    const auto client = FakeArchive::connectedClient();
     QVERIFY(client);
-    const QString path = writeFile(QStringLiteral("report.final.txt"), "report");
+    const QString path = m_env->storage.filePath(QStringLiteral("report.final.txt"));
+    QVERIFY(writeFile(path, "report"));
 
     const auto [guid, fileId] = inWorkerThread([&] {
         unsigned int days = 30;
@@ -210,7 +164,7 @@ void tst_KavroFile::newFileIsArchived()
     });
     QCOMPARE(guid.size(), 36);
     QCOMPARE(fileId, 5u);
-    const QList<QByteArray> frames = m_server->frames();
+    const QList<QByteArray> frames = m_env->server.frames();
     QCOMPARE(FakeServer::commandOf(frames.at(1)), QStringLiteral("CreateFileGroup"));
     QVERIFY(frames.at(1).contains("<m:FileGroupName>report.final</m:FileGroupName>"));
     QCOMPARE(FakeServer::commandOf(frames.at(2)), QStringLiteral("AddFile"));
@@ -218,16 +172,14 @@ void tst_KavroFile::newFileIsArchived()
     // The file now lies in the group's directory as well.
     const QString groupDirectory =
         QString::fromUtf8(frames.at(1).mid(frames.at(1).indexOf("<m:Path>") + 8).split('<').first());
-    QFile archived(QDir(groupDirectory).filePath(QStringLiteral("report.final.txt")));
-    QVERIFY(archived.open(QIODevice::ReadOnly));
-    QCOMPARE(archived.readAll(), QByteArray("report"));
+    QCOMPARE(readFile(QDir(groupDirectory).filePath(QStringLiteral("report.final.txt"))), QByteArray("report"));
 
     // A name that is no file name is the guid of a group there already: nothing is created.
     unsigned int days = 1;
     const QString existing = QStringLiteral("6f1c2a4e-0000-4000-8000-00000000abcd");
     QCOMPARE(KavroFile(client.get(), existing, QString(), days, QString(), QString(), FileTypeImage, 0).GetGuid(),
              existing);
-    QCOMPARE(m_server->frames().size(), frames.size());
+    QCOMPARE(m_env->server.frames().size(), frames.size());
 }
 
 QTEST_GUILESS_MAIN(tst_KavroFile)

@@ -3,28 +3,17 @@
 #include "fakeserver.h"
 
 #include <QCoreApplication>
+#include <QRegularExpression>
 #include <QTcpSocket>
 #include <QTest>
-#include <QXmlStreamReader>
 #include <QtEndian>
 
 namespace
 {
-// The text of the first element named \a name, or the name of the element after the body.
-QString firstText(const QByteArray &document, QLatin1String name, bool commandName)
+// The first capture of \a pattern in \a document; empty when it does not match.
+QString captured(const QByteArray &document, const char *pattern)
 {
-    QXmlStreamReader reader(document);
-    bool inBody = false;
-    while (reader.readNextStartElement() || (!reader.atEnd() && !reader.hasError())) {
-        if (!reader.isStartElement())
-            continue;
-        if (commandName && inBody)
-            return reader.name().toString();
-        inBody = reader.name() == QLatin1String("Body");
-        if (!commandName && reader.name() == name)
-            return reader.readElementText();
-    }
-    return QString();
+    return QRegularExpression(QLatin1String(pattern)).match(QString::fromUtf8(document)).captured(1);
 }
 } // namespace
 
@@ -100,12 +89,12 @@ QByteArray FakeServer::soapReply(const QString &requestId, const char *command, 
 
 QString FakeServer::requestIdOf(const QByteArray &request)
 {
-    return firstText(request, QLatin1String("RequestId"), false);
+    return captured(request, "<s:RequestId>([^<]*)<");
 }
 
 QString FakeServer::commandOf(const QByteArray &request)
 {
-    return firstText(request, QLatin1String(), true);
+    return captured(request, "<s:Body><m:(\\w+)");
 }
 
 QByteArray FakeServer::frame(const QByteArray &payload, Framing framing, bool compressed)

@@ -32,7 +32,6 @@ public:
     using Responder = std::function<QList<QByteArray>(const QByteArray &request)>;
 
     explicit FakeServer(QObject *parent = nullptr);
-    ~FakeServer() override = default;
 
     //! Listens on \a port, or on a free one when 0; true on success.
     bool listen(quint16 port = 0) { return m_server.listen(QHostAddress::LocalHost, port); }
@@ -64,7 +63,13 @@ public:
 
     //! A reply document: the envelope with \a requestId, and \a fields (XML, prefix "m") inside \a command.
     static QByteArray soapReply(const QString &requestId, const char *command, const QByteArray &fields);
-    //! The request id in the header of a request document.
+    //! A file group named "n" of type 11 without files, as replies hold it.
+    static QByteArray groupXml(const char *guid)
+    {
+        return QByteArray("<m:FileGroup><m:Guid>") + guid
+            + "</m:Guid><m:FileGroupName>n</m:FileGroupName><m:FileType>11</m:FileType><m:Files/></m:FileGroup>";
+    }
+    //! The request id in the header of a request document, as the client writes it (prefixes "s" and "m").
     static QString requestIdOf(const QByteArray &request);
     //! The local name of the command element of a request document.
     static QString commandOf(const QByteArray &request);

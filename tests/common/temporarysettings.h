@@ -8,6 +8,20 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+//! Writes \a bytes to the file at \a path, replacing what was there; true when all were written.
+inline bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+//! The content of the file at \a path; empty when it cannot be read.
+inline QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 /*!
  * A configuration file in a temporary directory, removed with the object.
  * With \a useAsDefault it becomes the process's configuration (KAVRO_CONFIG)
@@ -33,12 +47,7 @@ public:
 
     QString path() const { return m_dir.filePath(QStringLiteral("kavro.ini")); }
 
-    void write(const QByteArray &iniText)
-    {
-        QFile file(path());
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(iniText);
-    }
+    void write(const QByteArray &iniText) { QVERIFY(writeFile(path(), iniText)); }
 
 private:
     QTemporaryDir m_dir;

@@ -46,9 +46,8 @@ public:
 
     QStringList texts() const
     {
-        const QMutexLocker locker(&m_mutex);
         QStringList result;
-        for (const TraceLine &line : m_lines)
+        for (const TraceLine &line : lines())
             result.append(line.text);
         return result;
     }

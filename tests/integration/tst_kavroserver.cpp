@@ -43,18 +43,6 @@ QByteArray pattern(qsizetype size, char seed)
     return bytes;
 }
 
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 bool isInside(const QString &path, const QString &directory)
 {
     return QDir::cleanPath(path).startsWith(QDir::cleanPath(directory) + QLatin1Char('/'));
@@ -72,7 +60,7 @@ QVariantList answer(KavroClient &client, Signal signal, const QString &requestId
     return QVariantList();
 }
 
-//! The error of a reply whose signal carries it right after the request id; -1 without reply.
+//! The number a reply's signal carries right after the request id (mostly the error); -1 without reply.
 template<typename Signal>
 int answerError(KavroClient &client, Signal signal, const QString &requestId)
 {
@@ -88,9 +76,7 @@ int closeFile(KavroClient &client, unsigned int fileId, const QString &guid)
 
 int locationState(KavroClient &client, const QString &guid)
 {
-    return answer(client, &KavroClient::queryLocationStateProgressSg, client.QueryLocationStateProgress(guid))
-        .value(1, -1)
-        .toInt();
+    return answerError(client, &KavroClient::queryLocationStateProgressSg, client.QueryLocationStateProgress(guid));
 }
 
 FileGroupData metaData(KavroClient &client, const QString &guid)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include <kavro/filegroupdata.h>
 
+#include "temporarysettings.h"
 #include "tracecapture.h"
 
 #include <QDir>
@@ -63,7 +64,6 @@ QStringList localNames(const QByteArray &xml)
     return names;
 }
 
-// "<m:FileGroup ...>" around the given children.
 QByteArray group(const QByteArray &children)
 {
     return "<m:FileGroup xmlns:m=\"" + s_namespace + "\">" + children + "</m:FileGroup>";
@@ -73,19 +73,6 @@ using Edit = std::function<void(FileGroupData &)>;
 } // namespace
 
 Q_DECLARE_METATYPE(Edit)
-
-namespace Kavro
-{
-// Lets QCOMPARE print records that differ.
-char *toString(const FileGroupData &record)
-{
-    QStringList values;
-    record.ToStringList(values);
-    for (const auto &[name, id] : record.getFileList())
-        values.append(QString::number(id) + QLatin1Char(':') + name);
-    return qstrdup(values.join(QLatin1Char('|')).toUtf8().constData());
-}
-} // namespace Kavro
 
 class tst_FileGroupData : public QObject
 {
@@ -277,9 +264,7 @@ void tst_FileGroupData::exportFiles()
     const QString base = record.getName() + QStringLiteral("_G");
 
     QCOMPARE(record.toXmlFileForExport(directory), base + QStringLiteral(".fgdesc"));
-    QFile first(directory + QDir::separator() + base + QStringLiteral(".fgdesc"));
-    QVERIFY(first.open(QIODevice::ReadOnly));
-    QCOMPARE(first.readAll(), xmlOf(record)); // the element form alone, no declaration
+    QCOMPARE(readFile(directory + QDir::separator() + base + QStringLiteral(".fgdesc")), xmlOf(record));
 
     // Numbered names are joined to the directory without a separator.
     QCOMPARE(record.toXmlFileForExport(directory), base + QStringLiteral("_1.fgdesc"));
@@ -322,17 +307,14 @@ void tst_FileGroupData::import()
     const QString path = root.filePath(QStringLiteral("group.fgdesc"));
     if (asDirectory)
         QVERIFY(QDir().mkdir(path));
-    if (!content.isEmpty()) {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(content);
-    }
+    if (!content.isEmpty())
+        QVERIFY(writeFile(path, content));
 
     const TraceCapture capture;
     FileGroupData record;
     QCOMPARE(record.fromXmlforImport(path), ok);
     QCOMPARE(record.getName(), name);
-    QCOMPARE(capture.lines().size(), warningCount);
+    QCOMPARE(capture.texts().size(), warningCount);
     if (ok) {
         // Times go over as UTC and come back as the same instants.
         QCOMPARE(record, fullRecord());

@@ -106,13 +106,12 @@ void tst_FileTypeManager::indexLookups()
 
     QCOMPARE(FileTypeManager::GetType(index), type);
     QCOMPARE(FileTypeManager::GetTextByIndex(index), text);
+    QCOMPARE(FileTypeManager::GetText(type), text);
 }
 
 void tst_FileTypeManager::text()
 {
-    QCOMPARE(FileTypeManager::GetText(FileTypeUnknown), QStringLiteral("Unknown"));
     QCOMPARE(FileTypeManager::GetText(FileTypePck), QStringLiteral("PCK File")); // never listed, but has a text
-    QCOMPARE(FileTypeManager::GetText(FileTypeTechnicalParameters), QStringLiteral("Technical Parameters"));
     for (const int value : {21, -1})
         QCOMPARE(FileTypeManager::GetText(static_cast<FileType>(value)), QStringLiteral("Invalid file type"));
 }

@@ -15,19 +15,17 @@ class tst_ErrorHandler : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanup();
+    void cleanup()
+    {
+        qunsetenv("KAVRO_TRACE_MASK");
+        ErrorHandler::instance().setTraceMask(ErrorHandler::TraceWarning);
+    }
     void maskSource_data();
     void maskSource();
     void traceLines_data();
     void traceLines();
     void disabledLineIsNotFormatted();
 };
-
-void tst_ErrorHandler::cleanup()
-{
-    qunsetenv("KAVRO_TRACE_MASK");
-    ErrorHandler::instance().setTraceMask(ErrorHandler::TraceWarning);
-}
 
 void tst_ErrorHandler::maskSource_data()
 {

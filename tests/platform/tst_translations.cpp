@@ -17,26 +17,14 @@ class tst_Translations : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanup();
+    void init() { Translations::remove(); } // also whatever the system locale installed at start-up
     void texts_data();
     void texts();
-    void unknownLocaleStaysEnglish();
-    void installingTwiceThenRemovingLeavesEnglish();
+    void installAndRemove();
 };
 
 using TextFunction = std::function<QString()>;
 Q_DECLARE_METATYPE(TextFunction)
-
-void tst_Translations::initTestCase()
-{
-    Translations::remove(); // whatever the system locale installed at start-up
-}
-
-void tst_Translations::cleanup()
-{
-    Translations::remove();
-}
 
 void tst_Translations::texts_data()
 {
@@ -83,14 +71,11 @@ void tst_Translations::texts()
     QCOMPARE(text(), english);
 }
 
-void tst_Translations::unknownLocaleStaysEnglish()
+void tst_Translations::installAndRemove()
 {
     QVERIFY(!Translations::install(QLocale(QLocale::Japanese, QLocale::Japan)));
     QCOMPARE(KavroErrorString::Get(NoError), QStringLiteral("No error"));
-}
-
-void tst_Translations::installingTwiceThenRemovingLeavesEnglish()
-{
+    // Installed twice, removed once: English again.
     QVERIFY(Translations::install(QLocale(QLocale::German, QLocale::Austria)));
     QVERIFY(Translations::install(QLocale(QLocale::German, QLocale::Germany)));
     QCOMPARE(KavroErrorString::Get(NoError), QStringLiteral("Kein Fehler"));

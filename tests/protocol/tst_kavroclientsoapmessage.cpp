@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Kavro developers
 // SPDX-License-Identifier: MIT
+#include "fakeserver.h"
 #include "messages_p.h"
 
 #include <kavro/filequery.h>
@@ -16,15 +17,11 @@ Q_DECLARE_METATYPE(Message)
 
 namespace
 {
-// The whole request document around the command; nothing between the elements.
+// The whole request document: framed like a reply, with the encoding declared; nothing between the elements.
 QByteArray document(const QString &requestId, const char *command, const QByteArray &fields)
 {
-    const QByteArray element = QByteArray("m:") + command;
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
-           "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\"><s:Header><s:Version>1.0</s:Version>"
-           "<s:RequestId>"
-        + requestId.toUtf8() + "</s:RequestId></s:Header><s:Body><" + element + " xmlns:m=\"http://kavro/8SP/KAVRO\">"
-        + fields + "</" + element + "></s:Body></s:Envelope>";
+    return FakeServer::soapReply(requestId, command, fields)
+        .replace("<?xml version=\"1.0\"?>", "<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
 }
 
 // One text element per "Name=text" of a '|'-separated list.
@@ -108,16 +105,11 @@ void tst_KavroClientSOAPMessage::requestDocument_data()
         return QString::fromUtf8(text);
     };
     const QString G = t("g-1");
-    const QString app = t("app");
 
     row("AddFile escapes its texts", new AddFileMessage(G, t("a&b <c>.txt"), 7),
         fields("Guid=g-1|FileName=a&amp;b &lt;c&gt;.txt|FileId=7"));
-    row("AddReference", new AddReferenceMessage(G, app), fields("Guid=g-1|Application=app"));
-    row("CheckFileGroupExists", new CheckFileGroupExistsMessage(G), fields("Guid=g-1"));
     row("CloseFile with the largest id", new CloseFileMessage(G, 4294967295u, t("bob")),
         fields("Guid=g-1|FileId=4294967295|UserName=bob"));
-    row("ConvertFileGroupReply", new ConvertFileGroupReplyMessage(G, 66, t("not yet")),
-        fields("Guid=g-1|Error=66|ErrorString=not yet"));
     row("CreateFileGroup, life cycle in UTC",
         new CreateFileGroupMessage(t("com"), G, t("det"), t("name"), FileTypeAudioRecording,
                                    QDateTime(QDate(2030, 5, 6), QTime(7, 8, 9, 10), QTimeZone(-7200)), 5000000000ull,
@@ -130,12 +122,10 @@ void tst_KavroClientSOAPMessage::requestDocument_data()
         fields("RovecId=rv|SubSystemName=IpAddress|RecordId=rec|FileGroupVersion=|Detail=det|Comment=com|"
                "FileType=19|TeamMembership=team|UserName=user|Guid=g-1|Path=/p"));
     row("DeleteFileGroup", new DeleteFileGroupMessage(G, true), fields("Guid=g-1|ShallowDelete=true"));
-    row("DeleteFile", new DeleteFileMessage(G, 3), fields("Guid=g-1|FileId=3"));
     row("ExportArchive", new ExportArchiveMessage(t("/out"), {t("a"), t("b")}), fields("Path=/out|Guid=a|Guid=b"));
     row("GetFileList", new GetFileListMessage(G), fields("Guid=g-1"));
     row("ImportArchive", new ImportArchiveMessage({t("/a.zip"), t("/b.zip")}), fields("Path=/a.zip|Path=/b.zip"));
-    row("MoveToNas", new MoveToNasMessage(G, t("bob")), fields("Guid=g-1|UserName=bob"));
-    row("QueryFileGroups, times in UTC, no creator", new QueryFileGroupsMessage(fullQuery(), app, t("me")),
+    row("QueryFileGroups, times in UTC, no creator", new QueryFileGroupsMessage(fullQuery(), t("app"), t("me")),
         fields("Application=app|CommentSearchText=c|DetailSearchText=d|FileGroupNameSearchText=n")
             + container("FileTypeList", fields("FileType=11|FileType=17"))
             + fields("LocationState=2|LockState=3|LockUser=lu")
@@ -144,14 +134,8 @@ void tst_KavroClientSOAPMessage::requestDocument_data()
             + range("LifeCycle", "2030-01-01 00:00:00.000", "2031-01-01 00:00:00.000")
             + range("ModificationTime", "2020-03-01 00:00:00.000", "2020-03-02 00:00:00.000")
             + fields("ReferencingApplication=ra|TeamSearchText=t|User=me|VersionSearchText=v"));
-    row("QueryLocationStateProgress", new QueryLocationStateProgressMessage(G), fields("Guid=g-1"));
-    row("QueryMetaData", new QueryMetaDataMessage(G, app), fields("Guid=g-1|Application=app"));
     row("RegisterConverter", new RegisterConverterMessage(t("conv"), {FileTypeImage, FileTypePck}),
         fields("ConverterId=conv|FileType=11|FileType=16"));
-    row("RemoveAllReferences", new RemoveAllReferencesMessage(G, app), fields("Guid=g-1|Application=app"));
-    row("RemoveReference", new RemoveReferenceMessage(G, app), fields("Guid=g-1|Application=app"));
-    row("RequestFile to write", new RequestFileMessage(G, 2, true, t("bob")),
-        fields("Guid=g-1|FileId=2|WriteLock=true|UserName=bob"));
 }
 
 void tst_KavroClientSOAPMessage::requestDocument()
@@ -160,11 +144,7 @@ void tst_KavroClientSOAPMessage::requestDocument()
     QFETCH(QByteArray, command);
     QFETCH(QByteArray, fields);
 
-    // Split after each tag, so that a failure names the first tag that differs.
-    const auto tags = [](const QByteArray &xml) {
-        return QString::fromUtf8(xml).split(QLatin1Char('>'));
-    };
-    QCOMPARE(tags(message->writeRequest()), tags(document(message->requestId(), command.constData(), fields)));
+    QCOMPARE(message->writeRequest(), document(message->requestId(), command.constData(), fields));
 }
 
 void tst_KavroClientSOAPMessage::requestIds()

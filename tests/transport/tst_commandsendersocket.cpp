@@ -25,20 +25,30 @@ class tst_CommandSenderSocket : public QObject
 
 private Q_SLOTS:
     void init();
-    void cleanup();
+    void cleanup() { m_server.reset(); }
     void oneRequestOutstanding();
-    void queuedBeforeConnectWaitsForAMessage();
-    void peerRestartKeepsTheQueue();
+    void queueWaitsForTheServer_data();
+    void queueWaitsForTheServer();
     void refusedConnectionTracedOnce();
-    void overdueReplyReconnects_data();
-    void overdueReplyReconnects();
-    void oversizedMessageReconnects();
+    void reconnects_data();
+    void reconnects();
+    void lossWhileWritingIsAnnounced();
     void messageLog_data();
     void messageLog();
 
 private:
-    std::unique_ptr<CommandSenderSocket> makeSocket(quint16 port);
-    std::unique_ptr<CommandSenderSocket> connectedSocket();
+    static std::unique_ptr<CommandSenderSocket> makeSocket(quint16 port)
+    {
+        auto socket = std::make_unique<CommandSenderSocket>(QStringLiteral("127.0.0.1"), port);
+        socket->setReconnectInterval(20);
+        return socket;
+    }
+    std::unique_ptr<CommandSenderSocket> connectedSocket()
+    {
+        auto socket = makeSocket(m_server->port());
+        QSignalSpy connected(socket.get(), &CommandSenderSocket::si_connected);
+        return connected.wait(10000) && m_server->waitForClient() ? std::move(socket) : nullptr;
+    }
 
     std::unique_ptr<FakeServer> m_server;
 };
@@ -48,27 +58,6 @@ void tst_CommandSenderSocket::init()
     Kavro::ErrorHandler::instance().setTraceMask(Kavro::ErrorHandler::TraceWarning | Kavro::ErrorHandler::TraceInfo);
     m_server = std::make_unique<FakeServer>();
     QVERIFY(m_server->listen());
-}
-
-void tst_CommandSenderSocket::cleanup()
-{
-    m_server.reset();
-}
-
-std::unique_ptr<CommandSenderSocket> tst_CommandSenderSocket::makeSocket(quint16 port)
-{
-    auto socket = std::make_unique<CommandSenderSocket>(QStringLiteral("127.0.0.1"), port);
-    socket->setReconnectInterval(20);
-    return socket;
-}
-
-std::unique_ptr<CommandSenderSocket> tst_CommandSenderSocket::connectedSocket()
-{
-    auto socket = makeSocket(m_server->port());
-    QSignalSpy connected(socket.get(), &CommandSenderSocket::si_connected);
-    if (!connected.wait(10000) || !m_server->waitForClient())
-        return nullptr;
-    return socket;
 }
 
 void tst_CommandSenderSocket::oneRequestOutstanding()
@@ -101,45 +90,42 @@ void tst_CommandSenderSocket::oneRequestOutstanding()
     QVERIFY(!socket->isAwaitingReply());
 }
 
-void tst_CommandSenderSocket::queuedBeforeConnectWaitsForAMessage()
+void tst_CommandSenderSocket::queueWaitsForTheServer_data()
 {
-    const auto socket = makeSocket(m_server->port());
-    socket->sl_sendMessage("early"); // before the queued first connection attempt has run
-    QCOMPARE(socket->pendingCount(), 1);
-
-    QSignalSpy connected(socket.get(), &CommandSenderSocket::si_connected);
-    QVERIFY(connected.wait());
-    QVERIFY(m_server->waitForClient());
-    QCOMPARE(socket->pendingCount(), 1); // not flushed by the connection itself
-    QVERIFY(m_server->frames().isEmpty());
-
-    m_server->send("hello");
-    QVERIFY(m_server->waitForFrames(1));
-    QCOMPARE(m_server->frames().first(), QByteArray("early"));
+    QTest::addColumn<bool>("restart");
+    QTest::newRow("queued before the first connection") << false;
+    QTest::newRow("queued while the peer restarts") << true;
 }
 
-void tst_CommandSenderSocket::peerRestartKeepsTheQueue()
+void tst_CommandSenderSocket::queueWaitsForTheServer()
 {
-    const auto socket = connectedSocket();
+    QFETCH(bool, restart);
+
+    const quint16 port = m_server->port();
+    const auto socket = restart ? connectedSocket() : makeSocket(port);
     QVERIFY(socket);
     QSignalSpy connected(socket.get(), &CommandSenderSocket::si_connected);
     QSignalSpy disconnected(socket.get(), &CommandSenderSocket::si_disconnected);
-    const quint16 port = m_server->port();
-
-    socket->sl_sendMessage("lost with the connection");
-    QVERIFY(m_server->waitForFrames(1));
-    m_server->close();
-    QVERIFY(disconnected.wait());
-    QVERIFY(!socket->isConnected());
-    socket->sl_sendMessage("kept");
+    if (restart) {
+        socket->sl_sendMessage("lost with the connection");
+        QVERIFY(m_server->waitForFrames(1));
+        m_server->close();
+        QVERIFY(disconnected.wait());
+        QVERIFY(!socket->isConnected());
+    }
+    socket->sl_sendMessage("kept"); // a new socket's queued first connection attempt has not run yet
     QCOMPARE(socket->pendingCount(), 1);
 
-    m_server = std::make_unique<FakeServer>();
-    QVERIFY(m_server->listen(port));
+    if (restart) {
+        m_server = std::make_unique<FakeServer>();
+        QVERIFY(m_server->listen(port));
+    }
     QVERIFY(connected.wait());
-    QCOMPARE(disconnected.size(), 1);
+    QCOMPARE(disconnected.size(), int(restart));
     QVERIFY(m_server->waitForClient());
-    m_server->send("hello again");
+    QCOMPARE(socket->pendingCount(), 1); // not flushed by the connection itself
+    QVERIFY(m_server->frames().isEmpty());
+    m_server->send("hello");
     QVERIFY(m_server->waitForFrames(1));
     QCOMPARE(m_server->frames(), QList<QByteArray>{"kept"});
 }
@@ -164,20 +150,24 @@ void tst_CommandSenderSocket::refusedConnectionTracedOnce()
     QTRY_COMPARE(capture.texts().count(refused), 2);
 }
 
-void tst_CommandSenderSocket::overdueReplyReconnects_data()
+void tst_CommandSenderSocket::reconnects_data()
 {
+    QTest::addColumn<bool>("oversized"); // a message over the size limit, else a reply overdue
     QTest::addColumn<bool>("notifications");
-    QTest::newRow("silent peer") << false;
-    QTest::newRow("notifications flowing meanwhile") << true;
+    QTest::newRow("reply overdue, silent peer") << false << false;
+    QTest::newRow("reply overdue, notifications flowing meanwhile") << false << true;
+    QTest::newRow("message over the size limit") << true << false;
 }
 
-void tst_CommandSenderSocket::overdueReplyReconnects()
+void tst_CommandSenderSocket::reconnects()
 {
+    QFETCH(bool, oversized);
     QFETCH(bool, notifications);
 
+    const TemporarySettings settings(oversized ? QByteArray("[KAVRO]\nMaxMessageSize=100\n") : QByteArray(), true);
     const auto socket = connectedSocket();
     QVERIFY(socket);
-    socket->setReplyTimeout(300);
+    socket->setReplyTimeout(oversized ? 60000 : 300); // only the overdue rows run into it
     socket->setUnsolicitedFilter(Kavro::isUnsolicitedMessage);
     QSignalSpy connected(socket.get(), &CommandSenderSocket::si_connected);
     QSignalSpy disconnected(socket.get(), &CommandSenderSocket::si_disconnected);
@@ -196,38 +186,41 @@ void tst_CommandSenderSocket::overdueReplyReconnects()
     const TraceCapture capture;
     socket->post(QStringLiteral("R-1"), "unanswered");
     socket->sl_sendMessage("waiting");
+    QVERIFY(m_server->waitForFrames(1)); // the request is out before the server speaks
+    if (oversized)
+        m_server->send(QByteArray(101, 'x'));
     QVERIFY(disconnected.wait(5000));
     notifier.stop();
-    QCOMPARE(overdue.size(), 1);
-    QCOMPARE(overdue.at(0).at(0).toString(), QStringLiteral("R-1"));
+    QCOMPARE(overdue.size(), int(!oversized));
+    QCOMPARE(overdue.value(0).value(0).toString(), oversized ? QString() : QStringLiteral("R-1"));
     QCOMPARE(received.isEmpty(), !notifications);
-    QVERIFY(capture.texts().contains(QStringLiteral("CommandSenderSocket: no reply within 300 ms, reconnecting")));
+    QCOMPARE(capture.texts().contains(QStringLiteral("CommandSenderSocket: no reply within 300 ms, reconnecting")),
+             !oversized);
     QVERIFY(connected.wait());
     QCOMPARE(socket->pendingCount(), 1);
 
+    // A message of the largest size is taken, and lets the queue flow.
     QVERIFY(m_server->waitForClient());
-    m_server->send("hello");
+    m_server->send(QByteArray(100, 'y'));
+    QVERIFY(received.wait());
+    QCOMPARE(received.last().at(0).toByteArray(), QByteArray(100, 'y'));
     QTRY_COMPARE(m_server->frames().size(), 2);
     QCOMPARE(m_server->frames().last(), QByteArray("waiting"));
 }
 
-void tst_CommandSenderSocket::oversizedMessageReconnects()
+// A connection lost while a request is still in the write buffer is announced, once.
+void tst_CommandSenderSocket::lossWhileWritingIsAnnounced()
 {
-    const TemporarySettings settings("[KAVRO]\nMaxMessageSize=100\n", true);
     const auto socket = connectedSocket();
     QVERIFY(socket);
-    QSignalSpy received(socket.get(), &CommandSenderSocket::si_newMessage);
     QSignalSpy connected(socket.get(), &CommandSenderSocket::si_connected);
     QSignalSpy disconnected(socket.get(), &CommandSenderSocket::si_disconnected);
-
-    m_server->send(QByteArray(101, 'x'));
-    QVERIFY(disconnected.wait());
+    socket->sl_sendMessage(QByteArray(1 << 20, 'x'));
+    socket->sl_handleTcpError(QAbstractSocket::NetworkError);
+    QCOMPARE(disconnected.size(), 1);
+    QVERIFY(!socket->isConnected());
     QVERIFY(connected.wait());
-    QVERIFY(m_server->waitForClient());
-    m_server->send(QByteArray(100, 'y'));
-    QVERIFY(received.wait());
-    QCOMPARE(received.size(), 1);
-    QCOMPARE(received.at(0).at(0).toByteArray(), QByteArray(100, 'y'));
+    QCOMPARE(disconnected.size(), 1);
 }
 
 void tst_CommandSenderSocket::messageLog_data()
@@ -244,10 +237,8 @@ void tst_CommandSenderSocket::messageLog()
     QTemporaryDir dataDirectory;
     const QString logDirectory = dataDirectory.filePath(QStringLiteral("Logging"));
     QVERIFY(QDir().mkpath(logDirectory));
-    if (marker) {
-        QFile markerFile(logDirectory + QStringLiteral("/logkavromessages.txt"));
-        QVERIFY(markerFile.open(QIODevice::WriteOnly));
-    }
+    if (marker)
+        QVERIFY(writeFile(logDirectory + QStringLiteral("/logkavromessages.txt"), QByteArray()));
     const TemporarySettings settings("[ADMIN]\nSirelDataDir=" + dataDirectory.path().toUtf8() + "\n", true);
 
     const auto socket = connectedSocket();
@@ -267,13 +258,11 @@ void tst_CommandSenderSocket::messageLog()
     const QString expectedName = QDate::currentDate().toString(QStringLiteral("yyyyMMdd")) + QLatin1Char('_')
         + QString::number(reinterpret_cast<quintptr>(QThread::currentThread())) + QStringLiteral("_kavromessages.txt");
     QVERIFY2(files.contains(expectedName), qPrintable(files.join(QLatin1Char(','))));
-    QFile log(logDirectory + QLatin1Char('/') + expectedName);
-    QVERIFY(log.open(QIODevice::ReadOnly));
     const QRegularExpression entries(QStringLiteral("^\n\n\\d\\d\\.\\d\\d\\.\\d{4} T \\d\\d:\\d\\d:\\d\\d\\.\\d{3}: TX "
                                                     "\\('127\\.0\\.0\\.1' -> '127\\.0\\.0\\.1'\\)\n<request/>"
                                                     "\n\n\\d\\d\\.\\d\\d\\.\\d{4} T \\d\\d:\\d\\d:\\d\\d\\.\\d{3}: RX "
                                                     "\\('127\\.0\\.0\\.1' -> '127\\.0\\.0\\.1'\\)\n<reply/>$"));
-    const QString content = QString::fromLatin1(log.readAll());
+    const QString content = QString::fromLatin1(readFile(logDirectory + QLatin1Char('/') + expectedName));
     QVERIFY2(entries.match(content).hasMatch(), qPrintable(content));
 }
 

@@ -26,12 +26,16 @@ class tst_XmlSeparator : public QObject
 
 private Q_SLOTS:
     void init();
-    void cleanup();
+    void cleanup()
+    {
+        m_separator.reset();
+        m_client.reset();
+        m_server.reset();
+    }
     void receive_data();
     void receive();
     void autoDetectWaitsForFourBytes();
     void oneFramePerTurnOfTheEventLoop();
-    void plainPayloadSwitchesUnpackingOff();
     void malformedXmlStopsUntilReset();
     void pauseAndResume();
     void send_data();
@@ -40,7 +44,10 @@ private Q_SLOTS:
     void tooLarge();
 
 private:
-    void connectSeparator(XmlSeparator::Mode mode);
+    void connectSeparator(XmlSeparator::Mode mode)
+    {
+        m_separator = std::make_unique<XmlSeparator>(m_client.get(), mode, nullptr);
+    }
 
     std::unique_ptr<FakeServer> m_server;
     std::unique_ptr<QTcpSocket> m_client;
@@ -57,18 +64,6 @@ void tst_XmlSeparator::init()
     QVERIFY(m_server->waitForClient());
 }
 
-void tst_XmlSeparator::cleanup()
-{
-    m_separator.reset();
-    m_client.reset();
-    m_server.reset();
-}
-
-void tst_XmlSeparator::connectSeparator(XmlSeparator::Mode mode)
-{
-    m_separator = std::make_unique<XmlSeparator>(m_client.get(), mode, nullptr);
-}
-
 void tst_XmlSeparator::receive_data()
 {
     QTest::addColumn<XmlSeparator::Mode>("mode");
@@ -79,45 +74,36 @@ void tst_XmlSeparator::receive_data()
 
     const QByteArray a = document("a", 300 - 30);
     const QByteArray b = document("b");
-    const auto le = [](const QByteArray &payload) {
-        return FakeServer::frame(payload);
-    };
-    const auto be = [](const QByteArray &payload) {
-        return FakeServer::frame(payload, FakeServer::BigEndian);
-    };
-    const auto packed = [](const QByteArray &payload) {
-        return FakeServer::frame(payload, FakeServer::LittleEndian, true);
+    const auto le = [](const QByteArray &payload, bool compressed = false) {
+        return FakeServer::frame(payload, FakeServer::LittleEndian, compressed);
     };
     using Mode = XmlSeparator::Mode;
+    // The mode detected is the one set, unless that is AutoDetect.
+    const auto row = [](const char *tag, Mode mode, const QByteArray &bytes, int pieceSize,
+                        const QList<QByteArray> &messages, Mode detected = XmlSeparator::AutoDetect) {
+        QTest::newRow(tag) << mode << bytes << pieceSize << messages
+                           << (detected == XmlSeparator::AutoDetect ? mode : detected);
+    };
+    const Mode little = XmlSeparator::LengthPrefixLittleEndian;
+    const Mode big = XmlSeparator::LengthPrefixBigEndian;
+    const Mode plain = XmlSeparator::PlainXml;
 
-    QTest::newRow("little-endian detected")
-        << Mode::AutoDetect << le(a) << 0 << QList<QByteArray>{a} << Mode::LengthPrefixLittleEndian;
-    QTest::newRow("big-endian detected") << Mode::AutoDetect << be(a) << 0 << QList<QByteArray>{a}
-                                         << Mode::LengthPrefixBigEndian;
-    QTest::newRow("plain XML detected") << Mode::AutoDetect << a + b << 0 << QList<QByteArray>{a, b} << Mode::PlainXml;
-    QTest::newRow("frame split at every byte")
-        << Mode::AutoDetect << le(a) << 1 << QList<QByteArray>{a} << Mode::LengthPrefixLittleEndian;
-    QTest::newRow("three frames in one write") << Mode::LengthPrefixLittleEndian << le(a) + le(b) + le(a) << 0
-                                               << QList<QByteArray>{a, b, a} << Mode::LengthPrefixLittleEndian;
-    QTest::newRow("compressed frames unpacked")
-        << Mode::LengthPrefixBigEndian << FakeServer::frame(a, FakeServer::BigEndian, true) << 0 << QList<QByteArray>{a}
-        << Mode::LengthPrefixBigEndian;
-    QTest::newRow("compressed split at every byte") << Mode::LengthPrefixLittleEndian << packed(a) + packed(b) << 1
-                                                    << QList<QByteArray>{a, b} << Mode::LengthPrefixLittleEndian;
-    QTest::newRow("empty payload") << Mode::LengthPrefixLittleEndian << le(QByteArray()) + le(b) << 0
-                                   << QList<QByteArray>{QByteArray(), b} << Mode::LengthPrefixLittleEndian;
+    row("little-endian detected", XmlSeparator::AutoDetect, le(a), 0, {a}, little);
+    row("big-endian detected", XmlSeparator::AutoDetect, FakeServer::frame(a, FakeServer::BigEndian), 0, {a}, big);
+    row("plain XML detected", XmlSeparator::AutoDetect, a + b, 0, {a, b}, plain);
+    row("frame split at every byte", XmlSeparator::AutoDetect, le(a), 1, {a}, little);
+    row("three frames in one write", little, le(a) + le(b) + le(a), 0, {a, b, a});
+    row("compressed frames unpacked", big, FakeServer::frame(a, FakeServer::BigEndian, true), 0, {a});
+    row("compressed split at every byte", little, le(a, true) + le(b, true), 1, {a, b});
+    row("plain payload switches unpacking off", little, le(b) + le(qCompress(a)), 0, {b, qCompress(a)});
+    row("empty payload", little, le(QByteArray()) + le(b), 0, {QByteArray(), b});
     const QByteArray claims2GiB("\x7f\xff\xff\xff\x78\x9c garbage");
-    QTest::newRow("header claiming 2 GiB is not trusted")
-        << Mode::LengthPrefixLittleEndian << le(claims2GiB) << 0 << QList<QByteArray>{claims2GiB}
-        << Mode::LengthPrefixLittleEndian;
-    QTest::newRow("white space between documents") << Mode::PlainXml << a + " \r\n\t " + b + "\n"
-                                                   << 0 << QList<QByteArray>{a, b} << Mode::PlainXml;
-    QTest::newRow("documents split at every byte")
-        << Mode::PlainXml << a + "\n" + b << 1 << QList<QByteArray>{a, b} << Mode::PlainXml;
-    QTest::newRow("split inside a tag") << Mode::PlainXml << b << 25 << QList<QByteArray>{b} << Mode::PlainXml;
-    QTest::newRow("multi-byte text and > in content")
-        << Mode::PlainXml << QByteArray("<r>gr\xc3\xbc\xc3\x9f > 1</r><s/>") << 3
-        << QList<QByteArray>{QByteArray("<r>gr\xc3\xbc\xc3\x9f > 1</r>"), QByteArray("<s/>")} << Mode::PlainXml;
+    row("header claiming 2 GiB is not trusted", little, le(claims2GiB), 0, {claims2GiB});
+    row("white space between documents", plain, a + " \r\n\t " + b + "\n", 0, {a, b});
+    row("documents split at every byte", plain, a + "\n" + b, 1, {a, b});
+    row("split inside a tag", plain, b, 25, {b});
+    row("multi-byte text and > in content", plain, "<r>gr\xc3\xbc\xc3\x9f > 1</r><s/>", 3,
+        {"<r>gr\xc3\xbc\xc3\x9f > 1</r>", "<s/>"});
 }
 
 void tst_XmlSeparator::receive()
@@ -174,22 +160,6 @@ void tst_XmlSeparator::oneFramePerTurnOfTheEventLoop()
     QTRY_COMPARE(cutWhenDelivered.size(), 3);
     // Each message reaches its receiver before the next one is cut.
     QCOMPARE(cutWhenDelivered, QList<int>({1, 2, 3}));
-}
-
-void tst_XmlSeparator::plainPayloadSwitchesUnpackingOff()
-{
-    connectSeparator(XmlSeparator::LengthPrefixLittleEndian);
-    QSignalSpy received(m_separator.get(), &XmlSeparator::xmlReceived);
-    QVERIFY(m_separator->isUncompressingIncoming());
-
-    const QByteArray plain = document("plain");
-    const QByteArray packed = qCompress(document("packed"));
-    m_server->sendRaw(FakeServer::frame(plain) + FakeServer::frame(packed));
-    QTRY_COMPARE(received.size(), 2);
-    QCOMPARE(received.at(0).at(0).toByteArray(), plain);
-    QCOMPARE(received.at(1).at(0).toByteArray(), packed); // no longer unpacked
-    QVERIFY(!m_separator->isUncompressingIncoming());
-    QVERIFY(!m_separator->isCompressingOutgoing());
 }
 
 void tst_XmlSeparator::malformedXmlStopsUntilReset()
