@@ -80,8 +80,12 @@ int main(int argc, char *argv[])
 
     QHostAddress address;
     quint16 port = 0;
-    if (!parser.isSet(store) || !parseListen(parser.value(listen), &address, &port)) {
-        std::fprintf(stderr, "%s\n", qPrintable(parser.helpText()));
+    if (!parser.isSet(store)) {
+        Kavro::Server::logLine(QStringLiteral("--store DIR is required; see --help"));
+        return 2;
+    }
+    if (!parseListen(parser.value(listen), &address, &port)) {
+        Kavro::Server::logLine(QStringLiteral("--listen takes HOST:PORT, not \"%1\"").arg(parser.value(listen)));
         return 2;
     }
 
