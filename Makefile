@@ -7,7 +7,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?= -DKAVRO_WERROR=ON
 
-.PHONY: all deps configure build test demo asan tsan format clean
+.PHONY: all deps configure build test demo bench asan tsan format clean
 
 all: build
 
@@ -27,6 +27,10 @@ test: build
 
 demo: build
 	@bash scripts/demo.sh $(BUILD_DIR)
+
+# The benchmarks: figures beside their baselines, also in bench/results.json.
+bench: build
+	@bash scripts/bench.sh $(BUILD_DIR)
 
 # Every test under AddressSanitizer and UndefinedBehaviorSanitizer.
 asan:

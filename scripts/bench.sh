@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 Kavro developers
+# SPDX-License-Identifier: MIT
+# "make bench": runs every benchmark, prints its figures, and collects the
+# machine-readable lines (those starting with "{") into bench/results.json.
+set -euo pipefail
+build_dir=${1:-build}
+results=bench/results.json
+lines=$(mktemp)
+trap 'rm -f "$lines"' EXIT
+
+run() {
+    "$@" | tee /dev/stderr | grep '^{' >> "$lines" || true
+}
+
+echo "== Framing through the separator (against memcpy)"
+run "$build_dir/bench/bench_xmlseparator"
+echo
+echo "== Blocking round trip against kavro-server (against a raw socket client)"
+run taskset -c 0 "$build_dir/bench/bench_roundtrip" pinned
+run "$build_dir/bench/bench_roundtrip" unpinned
+
+{
+    printf '{\n  "machine": "%s, %s CPUs",\n  "date": "%s",\n  "figures": [\n' \
+        "$(uname -srm)" "$(nproc)" "$(date -u +%Y-%m-%dT%H:%M:%SZ)"
+    sed 's/^/    /; $!s/$/,/' "$lines"
+    printf '  ]\n}\n'
+} > "$results"
+echo
+echo "written: $results"
