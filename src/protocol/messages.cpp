@@ -22,13 +22,6 @@ QStringList fileTypeTexts(const QVector<FileType> &types)
     return texts;
 }
 
-QString timeText(const QDateTime &time)
-{
-    SoapMessage message;
-    message.setTime(QStringLiteral("t"), time);
-    return message.text(QStringLiteral("t"));
-}
-
 struct Range {
     const char *name;
     QDateTime (FileQuery::*minimum)() const;
@@ -92,7 +85,7 @@ CreateFileGroupMessage::CreateFileGroupMessage(const QString &comment, const QSt
                               {"Detail", detail},
                               {"FileGroupName", name},
                               {"FileType", number(fileType)},
-                              {"LifeCycle", timeText(lifeCycle)},
+                              {"LifeCycle", soapTimeText(lifeCycle)},
                               {"ReservedStorage", QString::number(reservedStorage)},
                               {"TeamMembership", team},
                               {"UserName", user},
@@ -168,7 +161,7 @@ QueryFileGroupsMessage::QueryFileGroupsMessage(const FileQuery &query, const QSt
     m_message.lists.insert(QStringLiteral("FileTypeList"), fileTypeTexts(types));
     for (const Range &range : ranges)
         m_message.lists.insert(QLatin1String(range.name),
-                               {timeText((query.*range.minimum)()), timeText((query.*range.maximum)())});
+                               {soapTimeText((query.*range.minimum)()), soapTimeText((query.*range.maximum)())});
 }
 
 FileQuery QueryFileGroupsMessage::queryOf(const SoapMessage &request)
@@ -181,11 +174,9 @@ FileQuery QueryFileGroupsMessage::queryOf(const SoapMessage &request)
     query.SetLocationState(static_cast<LocationState>(request.number(QStringLiteral("LocationState"))));
     query.SetLockState(static_cast<LockState>(request.number(QStringLiteral("LockState"))));
     for (const Range &range : ranges) {
-        SoapMessage bounds;
-        const QStringList texts = request.lists.value(QLatin1String(range.name));
-        bounds.values = {{QStringLiteral("Min"), texts.value(0)}, {QStringLiteral("Max"), texts.value(1)}};
-        (query.*range.setMinimum)(bounds.time(QStringLiteral("Min")));
-        (query.*range.setMaximum)(bounds.time(QStringLiteral("Max")));
+        const QStringList bounds = request.lists.value(QLatin1String(range.name));
+        (query.*range.setMinimum)(soapTime(bounds.value(0)));
+        (query.*range.setMaximum)(soapTime(bounds.value(1)));
     }
     return query;
 }

@@ -165,19 +165,17 @@ void readHeader(QXmlStreamReader &reader, SoapMessage *message)
 // The element inside the body names the command; any name is taken here, an unknown one included.
 void readBodyElement(QXmlStreamReader &reader, SoapSender sender, SoapMessage *message)
 {
+    const SoapSender receiver = sender == SoapSender::Client ? SoapSender::Server : SoapSender::Client;
     for (;;) {
         reader.readNext();
         if (reader.error() == QXmlStreamReader::PrematureEndOfDocumentError || reader.isEndDocument())
-            throw endOfDocument(
-                soapElementsReceivedBy(sender == SoapSender::Client ? SoapSender::Server : SoapSender::Client));
+            throw endOfDocument(soapElementsReceivedBy(receiver));
         if (reader.hasError())
             throw SoapReadError{reader.errorString()};
         if (reader.isStartElement())
             break;
         if (reader.isEndElement())
-            throw unexpected(
-                soapElementsReceivedBy(sender == SoapSender::Client ? SoapSender::Server : SoapSender::Client),
-                QLatin1Char('/') + reader.name().toString());
+            throw unexpected(soapElementsReceivedBy(receiver), QLatin1Char('/') + reader.name().toString());
         if (reader.isCharacters() && !reader.isWhitespace())
             throw SoapReadError{translated(QT_TRANSLATE_NOOP("QObject", "Unexpected text %1"))
                                     .arg(reader.text().toString().simplified())};
@@ -306,7 +304,7 @@ void SoapMessage::setBoolean(const QString &name, bool value)
 
 void SoapMessage::setTime(const QString &name, const QDateTime &time)
 {
-    values.insert(name, time.isNull() ? QString() : time.toUTC().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz")));
+    values.insert(name, soapTimeText(time));
 }
 
 void SoapMessage::setError(int code, const QString &text)
@@ -344,7 +342,17 @@ bool SoapMessage::boolean(const QString &name) const
 
 QDateTime SoapMessage::time(const QString &name) const
 {
-    const QDateTime read = FileQuery::getValidDateTimeFromString(values.value(name));
+    return soapTime(values.value(name));
+}
+
+QString soapTimeText(const QDateTime &time)
+{
+    return time.isNull() ? QString() : time.toUTC().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+}
+
+QDateTime soapTime(const QString &text)
+{
+    const QDateTime read = FileQuery::getValidDateTimeFromString(text);
     return read.isValid() ? QDateTime(read.date(), read.time(), Qt::UTC) : QDateTime();
 }
 

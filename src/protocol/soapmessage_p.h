@@ -72,6 +72,11 @@ struct SoapMessage {
     QDateTime time(const QString &name) const;
 };
 
+//! A time as documents carry it: UTC, "yyyy-MM-dd hh:mm:ss.zzz"; empty when null.
+QString soapTimeText(const QDateTime &time);
+//! A time in any of the protocol's forms, as UTC; null when empty or unreadable.
+QDateTime soapTime(const QString &text);
+
 //! Writes \a message as a whole document, its elements in the protocol table's order.
 QByteArray writeSoapMessage(const SoapMessage &message);
 
