@@ -164,6 +164,11 @@ void tst_SoapMessage::writtenAsRead_data()
     QTest::addColumn<SoapMessage>("message");
     QTest::addColumn<SoapSender>("sender");
 
+    FileGroupData group;
+    group.setGuid(QStringLiteral("g1"));
+    group.addFile(QStringLiteral("a.txt"), 1);
+    const QStringList texts{QStringLiteral("a"), QString(), QStringLiteral("c")};
+    const QStringList range{QStringLiteral("2026-01-01 00:00:00.000"), QString()};
     for (const SoapCommand &command : soapCommands()) {
         for (const bool reply : {false, true}) {
             if (reply && !command.hasReply())
@@ -175,10 +180,10 @@ void tst_SoapMessage::writtenAsRead_data()
                 const QString name = QLatin1String(element.name);
                 switch (element.kind) {
                 case SoapKind::Text:
-                    message.values.insert(name, QStringLiteral("<%1 & more>").arg(name));
-                    break;
                 case SoapKind::Number:
-                    message.values.insert(name, QStringLiteral("42"));
+                    message.values.insert(name,
+                                          element.kind == SoapKind::Number ? QStringLiteral("42")
+                                                                           : QStringLiteral("<%1 & more>").arg(name));
                     break;
                 case SoapKind::Boolean:
                     message.setBoolean(name, true);
@@ -188,10 +193,8 @@ void tst_SoapMessage::writtenAsRead_data()
                     break;
                 case SoapKind::Texts:
                 case SoapKind::TextList:
-                    message.lists.insert(name, {QStringLiteral("a"), QString(), QStringLiteral("c")});
-                    break;
                 case SoapKind::TimeRange:
-                    message.lists.insert(name, {QStringLiteral("2026-01-01 00:00:00.000"), QString()});
+                    message.lists.insert(name, element.kind == SoapKind::TimeRange ? range : texts);
                     break;
                 case SoapKind::Entries:
                     message.entries.insert(name,
@@ -199,15 +202,11 @@ void tst_SoapMessage::writtenAsRead_data()
                                             {QStringLiteral("2"), QStringLiteral("b.txt")}});
                     break;
                 case SoapKind::Record:
-                case SoapKind::Records: {
-                    FileGroupData group;
-                    group.setGuid(QStringLiteral("g1"));
-                    group.addFile(QStringLiteral("a.txt"), 1);
+                case SoapKind::Records:
                     message.groups = {group};
                     if (element.kind == SoapKind::Records)
                         message.groups << FileGroupData();
                     break;
-                }
                 }
             }
             const bool fromClient = (command.sender == SoapSender::Client) != reply;
