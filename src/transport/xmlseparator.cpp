@@ -4,6 +4,7 @@
 
 #include "boundedinflate_p.h"
 
+#include <QPointer>
 #include <QTcpSocket>
 #include <QtEndian>
 
@@ -35,7 +36,6 @@ XmlSeparator::XmlSeparator(QTcpSocket *socket, Mode mode, QObject *parent)
     , m_socket(socket)
 {
     connectSocket();
-    connect(this, &XmlSeparator::queued_xmlReceived, this, &XmlSeparator::deliver, Qt::QueuedConnection);
 }
 
 XmlSeparator::~XmlSeparator() = default;
@@ -121,7 +121,7 @@ void XmlSeparator::resume()
 {
     m_stopped = false;
     connectSocket();
-    readNewData();
+    scheduleRead(); // what arrived meanwhile
 }
 
 void XmlSeparator::reset()
@@ -163,49 +163,80 @@ void XmlSeparator::readScheduledData()
         readNewData();
 }
 
-void XmlSeparator::deliver(const QByteArray &message)
+qint64 XmlSeparator::payloadLength() const
 {
-    m_deliveryPending = false;
-    Q_EMIT xmlReceived(message);
-    // What arrived meanwhile is cut once the receivers are done with this one.
-    if (!m_stopped && (available() > 0 || m_socket->bytesAvailable() > 0))
-        scheduleRead();
+    if ((m_mode != LengthPrefixBigEndian && m_mode != LengthPrefixLittleEndian) || available() < s_prefixLength)
+        return -1;
+    const char *frame = m_buffer.constData() + m_offset;
+    return m_mode == LengthPrefixBigEndian ? qFromBigEndian<quint32>(frame) : qFromLittleEndian<quint32>(frame);
+}
+
+qint64 XmlSeparator::frameSize() const
+{
+    const qint64 length = payloadLength();
+    return length < 0 ? 0 : s_prefixLength + qMin(length, m_maxMessageSize + 1);
 }
 
 qint64 XmlSeparator::bytesWanted() const
 {
     qint64 missing = s_readChunk - available();
-    if ((m_mode == LengthPrefixBigEndian || m_mode == LengthPrefixLittleEndian) && available() >= s_prefixLength) {
-        const char *frame = m_buffer.constData() + m_offset;
-        const qint64 length =
-            m_mode == LengthPrefixBigEndian ? qFromBigEndian<quint32>(frame) : qFromLittleEndian<quint32>(frame);
-        missing = s_prefixLength + qMin(length, m_maxMessageSize + 1) - available();
+    if (const qint64 frame = frameSize()) {
+        missing = frame - available();
         if (missing > 0)
             missing = qMax(missing, s_readChunk);
     }
     return qBound(qint64(0), missing, m_socket->bytesAvailable());
 }
 
-void XmlSeparator::readNewData()
+void XmlSeparator::readFromSocket()
 {
-    if (m_deliveryPending)
-        return; // the socket keeps the bytes until the last message is delivered
     if (m_offset >= s_compactThreshold && m_offset * 2 >= m_buffer.size()) {
         m_buffer.remove(0, m_offset);
         m_offset = 0;
     }
-    if (const qint64 wanted = bytesWanted(); wanted > 0)
-        m_buffer.append(m_socket->read(wanted));
-
-    if (m_mode == AutoDetect && !detectMode())
+    const qint64 wanted = bytesWanted();
+    if (wanted <= 0)
         return;
-    if (m_mode == PlainXml)
-        cutPlainXml();
-    else
-        cutLengthPrefixedFrame();
-    // The socket holds more than was taken: go on next turn. A cut message schedules that itself once delivered.
-    if (!m_deliveryPending && !m_stopped && m_socket->bytesAvailable() > 0)
+    // A large frame gets its whole size at once instead of growing chunk by chunk.
+    if (const qint64 frameEnd = m_offset + frameSize(); frameEnd > m_buffer.capacity())
+        m_buffer.reserve(frameEnd);
+    const qsizetype had = m_buffer.size();
+    m_buffer.resize(had + wanted);
+    const qint64 got = m_socket->read(m_buffer.data() + had, wanted);
+    m_buffer.resize(had + qMax(got, qint64(0)));
+}
+
+void XmlSeparator::readNewData()
+{
+    const QPointer<XmlSeparator> alive(this); // a receiver may delete the separator
+    int frames = 0;
+    qint64 bytes = 0;
+    while (!m_stopped) {
+        readFromSocket();
+        const std::optional<QByteArray> message = cutMessage();
+        if (!message)
+            break;
+        Q_EMIT xmlReceived(*message);
+        if (!alive)
+            return;
+        bytes += message->size();
+        if (++frames == frameBatch || bytes >= byteBatch) {
+            // The rest waits for the next turn, behind the thread's other events.
+            if (!m_stopped && (available() > 0 || m_socket->bytesAvailable() > 0))
+                scheduleRead();
+            return;
+        }
+    }
+    // The socket holds more than was taken for an incomplete message: go on next turn.
+    if (!m_stopped && m_socket->bytesAvailable() > 0)
         scheduleRead();
+}
+
+std::optional<QByteArray> XmlSeparator::cutMessage()
+{
+    if (m_mode == AutoDetect && !detectMode())
+        return std::nullopt;
+    return m_mode == PlainXml ? cutPlainXml() : cutLengthPrefixedFrame();
 }
 
 bool XmlSeparator::detectMode()
@@ -222,23 +253,18 @@ bool XmlSeparator::detectMode()
     return true;
 }
 
-void XmlSeparator::cutLengthPrefixedFrame()
+std::optional<QByteArray> XmlSeparator::cutLengthPrefixedFrame()
 {
-    if (available() < s_prefixLength)
-        return;
-    const char *frame = m_buffer.constData() + m_offset;
-    const qint64 length =
-        m_mode == LengthPrefixBigEndian ? qFromBigEndian<quint32>(frame) : qFromLittleEndian<quint32>(frame);
+    const qint64 length = payloadLength();
+    if (length < 0)
+        return std::nullopt;
     if (length > m_maxMessageSize) {
         refuse(length);
-        return;
+        return std::nullopt;
     }
     if (available() < s_prefixLength + length)
-        return;
-    if (const std::optional<QByteArray> message = unpacked(takePayload(length))) {
-        m_deliveryPending = true;
-        Q_EMIT queued_xmlReceived(*message);
-    }
+        return std::nullopt;
+    return unpacked(takePayload(length));
 }
 
 QByteArray XmlSeparator::takePayload(qint64 length)
@@ -298,7 +324,7 @@ QByteArray XmlSeparator::nextChunk(bool skipWhiteSpace)
     return chunk;
 }
 
-void XmlSeparator::cutPlainXml()
+std::optional<QByteArray> XmlSeparator::cutPlainXml()
 {
     // The reader is fed one tag at a time, so it stops exactly at the end of
     // a document and the next document's bytes stay in the buffer.
@@ -308,7 +334,7 @@ void XmlSeparator::cutPlainXml()
         m_document.append(chunk);
         if (m_document.size() > m_maxMessageSize) {
             refuse(m_document.size());
-            return;
+            return std::nullopt;
         }
         // After running out of input the reader resumes at the next readNext().
         QXmlStreamReader::TokenType token;
@@ -317,20 +343,17 @@ void XmlSeparator::cutPlainXml()
         } while (!m_reader.hasError() && token != QXmlStreamReader::EndDocument);
 
         if (token == QXmlStreamReader::EndDocument) {
-            // One document per call; the next is cut once this one is delivered.
-            m_deliveryPending = true;
-            Q_EMIT queued_xmlReceived(m_document);
-            m_document.clear();
             m_reader.clear();
-            return;
+            return std::exchange(m_document, QByteArray());
         } else if (m_reader.error() == QXmlStreamReader::PrematureEndOfDocumentError) {
             chunk = nextChunk(false);
         } else {
             pause();
             Q_EMIT errorOccured(m_reader.errorString());
-            return;
+            return std::nullopt;
         }
     }
+    return std::nullopt;
 }
 
 } // namespace Kavro

@@ -24,10 +24,13 @@ namespace Kavro
  * four bytes. Length-prefixed payloads in Qt's compressed format are unpacked;
  * the first payload that is not switches unpacking off for good.
  *
- * One message is cut per call and the rest is left for the next turn of the
- * event loop; messages are delivered through xmlReceived() after the cutting
- * call has returned, and no further message is cut until the last one has
- * been delivered. In the length-prefixed framings the separator takes from
+ * Messages are delivered through xmlReceived() as they are cut, each one
+ * before the next is cut, so a receiver that pauses or resets the separator
+ * stops the rest. Small messages that arrived together are delivered in one
+ * turn of the event loop; after a batch (frameBatch messages or
+ * byteBatch bytes) the rest waits for the next turn, so a flood of messages
+ * or a very large one does not hold up the thread's other events. In the
+ * length-prefixed framings the separator takes from
  * the socket only what the frame being assembled still needs (at least a
  * chunk), so what it buffers stays under one frame and one chunk. A message
  * larger than maxMessageSize() is refused with messageTooLarge() and reading
@@ -47,6 +50,9 @@ public:
     Q_ENUM(Mode)
 
     static constexpr qint64 defaultMaxMessageSize = 256 * 1024 * 1024;
+    //! The most messages, and about the most bytes, delivered in one turn of the event loop.
+    static constexpr int frameBatch = 64;
+    static constexpr qint64 byteBatch = 1024 * 1024;
 
     XmlSeparator(QTcpSocket *socket, QObject *parent);
     XmlSeparator(QTcpSocket *socket, Mode mode, QObject *parent);
@@ -64,8 +70,6 @@ Q_SIGNALS:
     void xmlReceived(const QByteArray &Xml);
     //! The stream is not well-formed XML (plain-XML framing); reading stops.
     void errorOccured(const QString &sErrorString);
-    //! Internal: re-emitted as xmlReceived() on the next turn of the event loop.
-    void queued_xmlReceived(const QByteArray &Xml);
     //! A message of \a size bytes (or more) exceeds maxMessageSize(); reading stops.
     void messageTooLarge(qint64 size);
 
@@ -84,17 +88,23 @@ public Q_SLOTS:
 private Q_SLOTS:
     void readNewData();
     void readScheduledData();
-    void deliver(const QByteArray &message);
 
 private:
     void connectSocket();
     void disconnectSocket();
     bool detectMode();
-    void cutLengthPrefixedFrame();
-    void cutPlainXml();
+    //! The next message, when a whole one has arrived.
+    std::optional<QByteArray> cutMessage();
+    std::optional<QByteArray> cutLengthPrefixedFrame();
+    std::optional<QByteArray> cutPlainXml();
+    void readFromSocket();
     QByteArray nextChunk(bool skipWhiteSpace);
     std::optional<QByteArray> unpacked(const QByteArray &payload);
     void refuse(qint64 size);
+    //! The length the prefix of the frame being assembled gives; -1 when not known yet.
+    qint64 payloadLength() const;
+    //! The whole length of the frame being assembled, prefix included (bounded); 0 when not known yet.
+    qint64 frameSize() const;
     //! How many bytes to take from the socket now.
     qint64 bytesWanted() const;
     QByteArray takePayload(qint64 length);
@@ -113,7 +123,6 @@ private:
     bool m_compressOutgoing = false;
     bool m_uncompressIncoming = true;
     bool m_readScheduled = false;
-    bool m_deliveryPending = false;
     bool m_stopped = false;
     QMetaObject::Connection m_readyReadConnection;
     qint64 m_maxMessageSize = defaultMaxMessageSize;
