@@ -85,4 +85,14 @@ void AsyncHandler::finish(int error, const QString &errorString)
     m_waitCondition.wakeAll();
 }
 
+void AsyncHandler::setGuidsOnly(bool guidsOnly)
+{
+    m_guidsOnly.store(guidsOnly);
+}
+
+bool AsyncHandler::needsRecords() const
+{
+    return !m_guidsOnly.load();
+}
+
 } // namespace Kavro

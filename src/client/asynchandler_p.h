@@ -10,6 +10,8 @@
 #include <QMutex>
 #include <QWaitCondition>
 
+#include <atomic>
+
 namespace Kavro
 {
 
@@ -52,8 +54,12 @@ public:
     //! The reply, once wait() returned true.
     const SoapMessage &reply() const;
 
+    //! The caller takes only the guids of a query's records (set before sending).
+    void setGuidsOnly(bool guidsOnly);
+
     bool requestHandled(const SoapMessage &reply, int error, const QString &errorString) override;
     void requestFailed(int error) override;
+    bool needsRecords() const override;
 
 private:
     void finish(int error, const QString &errorString);
@@ -65,6 +71,7 @@ private:
     QWaitCondition m_waitCondition;
     bool m_done = false;
     bool m_handled = false;
+    std::atomic<bool> m_guidsOnly{false};
     int m_error = NoError;
     QString m_errorString;
     SoapMessage m_reply;

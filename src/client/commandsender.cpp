@@ -104,13 +104,6 @@ const QList<ReplyHandler> &ReplyHandler::table()
          }},
         {"QueryFileGroupsReply", "Error while getting user list: %1 (%2)", true,
          [](S &s, const R &r, int e, const QString &t) {
-             // The result table: the column headers, then one row per group.
-             QStringList cells;
-             FileGroupData::GetHeaders(cells);
-             const int columns = cells.size();
-             for (const FileGroupData &group : r.groups)
-                 group.ToStringList(cells);
-             Q_EMIT s.queryFileGroupsReply(r.requestId, cells, columns, e, t);
              Q_EMIT s.queryFileGroupRecordsReply(r.requestId, r.groups, e, t);
          }},
         {"GetBasePathReply", "Error while getting base path: %1 (%2)", true,
@@ -247,6 +240,20 @@ void CommandSender::setCheckInterval(int milliseconds)
 void CommandSender::setReplyTimeout(int milliseconds)
 {
     m_replyTimeout = milliseconds;
+}
+
+void CommandSender::setRecordListenerCheck(std::function<bool()> check)
+{
+    m_recordListenerCheck = std::move(check);
+}
+
+bool CommandSender::recordsWanted(const QString &requestId)
+{
+    if (!m_recordListenerCheck || m_recordListenerCheck())
+        return true;
+    const QMutexLocker locker(&m_waitersMutex);
+    const auto waiting = m_waiters.constFind(requestId);
+    return waiting == m_waiters.constEnd() || !waiting->waiter || waiting->waiter->needsRecords();
 }
 
 void CommandSender::start()
@@ -429,7 +436,9 @@ void CommandSender::notifyWaiter(const SoapMessage &reply, int error, const QStr
 
 void CommandSender::SlotHandleXmlReply(QByteArray data)
 {
-    const SoapMessage reply = readSoapMessage(data, SoapSender::Server);
+    const SoapMessage reply = readSoapMessage(data, SoapSender::Server, [this](const QString &requestId) {
+        return recordsWanted(requestId);
+    });
     if (!reply.requestId.isEmpty() && dropLateReply(reply.requestId))
         return;
     const int position = ReplyHandler::position(reply.element);

@@ -40,6 +40,8 @@ public:
     virtual bool requestHandled(const SoapMessage &reply, int error, const QString &errorString) = 0;
     //! The request failed without a reply: \a error is ErrorNotConnected or ErrorReplyTimeout.
     virtual void requestFailed(int error) = 0;
+    //! False when the waiter takes only the guids of a query's records.
+    virtual bool needsRecords() const { return true; }
 };
 
 /*!
@@ -83,6 +85,12 @@ public:
     void setCheckInterval(int milliseconds);
     //! Milliseconds a reply may take before the connection is re-established (0: no limit); set before start().
     void setReplyTimeout(int milliseconds);
+    /*!
+     * Tells, on this object's thread, whether anyone beyond the waiters wants
+     * a query's records in full; when not, and the waiter takes guids only,
+     * the records of the reply are read for their guids only. Set before start().
+     */
+    void setRecordListenerCheck(std::function<bool()> check);
 
     bool CheckIsConnected();
 
@@ -141,8 +149,7 @@ Q_SIGNALS:
     void getApplicationListReply(QString requestId, QStringList applicationList, int error, QString errorString);
     void getFileListReply(QString requestId, QStringList fileList, int error, QString errorString);
     void getUserListReply(QString requestId, QStringList userList, int error, QString errorString);
-    void queryFileGroupsReply(QString requestId, QStringList data, int columnCount, int error, QString errorString);
-    //! The same reply as records.
+    //! A query's reply; the client makes the table of display texts from it where someone wants one.
     void queryFileGroupRecordsReply(QString requestId, QList<Kavro::FileGroupData> groups, int error,
                                     QString errorString);
     void copyForeignFileGroupProgess(QString requestId, float progress);
@@ -200,6 +207,10 @@ private:
         RequestWaiter *waiter; // null once the waiter gave up on a request that had gone out
         QString expectedReply;
     };
+    //! Whether the records of the reply to \a requestId are wanted in full.
+    bool recordsWanted(const QString &requestId);
+
+    std::function<bool()> m_recordListenerCheck;
     QMutex m_waitersMutex;
     QHash<QString, Waiting> m_waiters;
     bool m_shutDown = false;

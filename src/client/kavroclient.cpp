@@ -14,6 +14,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QMetaMethod>
 #include <QSet>
 #include <QUuid>
 
@@ -266,6 +267,10 @@ void KavroClientPrivate::startSender(QString application, const QString &user, c
         application = QCoreApplication::applicationName();
     sender = new CommandSender(config.host(), config.port(), application, user, team);
     sender->setReplyTimeout(config.replyTimeout());
+    sender->setRecordListenerCheck([q = owner] {
+        return q->isSignalConnected(QMetaMethod::fromSignal(&KavroClient::queryFileGroupsSg))
+            || q->isSignalConnected(QMetaMethod::fromSignal(&KavroClient::QueryFileGroupRecordsSg));
+    });
     sender->moveToThread(&senderThread);
     connectSignals();
     QObject::connect(&senderThread, &QThread::finished, sender, &QObject::deleteLater);
@@ -296,8 +301,20 @@ void KavroClientPrivate::connectSignals()
     QObject::connect(sender, &C::copyForeignFileGroupProgess, q, &K::copyForeignFileGroupProgess);
     QObject::connect(sender, &C::exportArchiveReply, q, &K::exportArchiveSg);
     QObject::connect(sender, &C::importArchiveReply, q, &K::importArchiveSg);
-    QObject::connect(sender, &C::queryFileGroupsReply, q, &K::queryFileGroupsSg);
-    QObject::connect(sender, &C::queryFileGroupRecordsReply, q, &K::QueryFileGroupRecordsSg);
+    QObject::connect(
+        sender, &C::queryFileGroupRecordsReply, q,
+        [q](const QString &requestId, const QList<FileGroupData> &groups, int error, const QString &errorString) {
+            // The table of display texts costs more than the records: it is made for listeners only.
+            if (q->isSignalConnected(QMetaMethod::fromSignal(&K::queryFileGroupsSg))) {
+                QStringList cells;
+                FileGroupData::GetHeaders(cells);
+                const int columns = int(cells.size());
+                for (const FileGroupData &group : groups)
+                    group.ToStringList(cells);
+                Q_EMIT q->queryFileGroupsSg(requestId, cells, columns, error, errorString);
+            }
+            Q_EMIT q->QueryFileGroupRecordsSg(requestId, groups, error, errorString);
+        });
     QObject::connect(sender, &C::queryMetaDataReply, q, &K::QueryMetaDataSg);
     QObject::connect(sender, &C::deleteFileGroupReply, q, &K::deleteFileGroupSg);
     QObject::connect(sender, &C::queryLocationStateProgressReply, q, &K::queryLocationStateProgressSg);
@@ -847,13 +864,14 @@ QString KavroClient::GetFileListAsync(const QString &guid)
     });
 }
 
-QList<FileGroupData> KavroClientPrivate::queryGroups(const char *operation, const FileQuery &query)
+QList<FileGroupData> KavroClientPrivate::queryGroups(const char *operation, const FileQuery &query, bool guidsOnly)
 {
     const Operation scope(this);
     if (!begin(operation, scope))
         return {};
     traceStart(operation, QString());
     AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
+    handler.setGuidsOnly(guidsOnly);
     QList<FileGroupData> groups;
     if (runBlocking(operation, handler,
                     [&](const QString &id) {
@@ -868,7 +886,7 @@ QList<FileGroupData> KavroClientPrivate::queryGroups(const char *operation, cons
 QStringList KavroClient::QueryFiles(const FileQuery &query, unsigned int &count)
 {
     QStringList guids;
-    for (const FileGroupData &group : d->queryGroups("QueryFiles", query))
+    for (const FileGroupData &group : d->queryGroups("QueryFiles", query, true))
         guids.append(group.getGuid());
     count = static_cast<unsigned int>(guids.size());
     return guids;
@@ -876,7 +894,7 @@ QStringList KavroClient::QueryFiles(const FileQuery &query, unsigned int &count)
 
 QList<FileGroupData> KavroClient::QueryFileGroups(const FileQuery &query)
 {
-    return d->queryGroups("QueryFileGroups", query);
+    return d->queryGroups("QueryFileGroups", query, false);
 }
 
 QString KavroClient::QueryFilesAsync(const FileQuery &query)

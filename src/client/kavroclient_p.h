@@ -114,7 +114,8 @@ public:
                                  const QString &detail, const QString &comment, const QString &user, FileType fileType,
                                  QString &localPath, const QString &guid);
     QString addFile(bool blocking, const QString &path, const QString &guid, int fileId, unsigned int *newFileId);
-    QList<FileGroupData> queryGroups(const char *operation, const FileQuery &query);
+    //! A blocking query; with \a guidsOnly its records may hold their guids only.
+    QList<FileGroupData> queryGroups(const char *operation, const FileQuery &query, bool guidsOnly);
     QStringList listOperation(const char *operation, const QString &arguments,
                               const std::function<QString(const QString &)> &send);
     void connectSignals();

@@ -66,15 +66,32 @@ void readNumber(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError
     data.*field = reader.readElementText().toInt();
 }
 
-QDateTime utcFromText(const QString &text)
+// The digits of \a text from \a at on, \a count of them; -1 when one is not a digit.
+int digitsAt(QStringView text, int at, int count)
 {
-    // Date and time are parsed apart: a whole local date-time could fall into a daylight-saving gap.
-    const QStringList parts = text.split(QLatin1Char(' '));
-    if (parts.size() != 2)
+    int value = 0;
+    for (const QChar c : text.mid(at, count)) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
+            return -1;
+        value = value * 10 + (c.unicode() - '0');
+    }
+    return value;
+}
+
+// "yyyy-MM-dd hh:mm:ss" read by hand: records come by the ten thousand, and date and time
+// are taken apart anyway, as a whole local date-time could fall into a daylight-saving gap.
+QDateTime utcFromText(QStringView text)
+{
+    if (text.size() != 19 || text[4] != QLatin1Char('-') || text[7] != QLatin1Char('-') || text[10] != QLatin1Char(' ')
+        || text[13] != QLatin1Char(':') || text[16] != QLatin1Char(':'))
         return QDateTime();
-    const QDate date = QDate::fromString(parts.at(0), QStringLiteral("yyyy-MM-dd"));
-    const QTime time = QTime::fromString(parts.at(1), QStringLiteral("hh:mm:ss"));
-    return date.isValid() && time.isValid() ? QDateTime(date, time, Qt::UTC) : QDateTime();
+    const QDate date(digitsAt(text, 0, 4), digitsAt(text, 5, 2), digitsAt(text, 8, 2));
+    const int hour = digitsAt(text, 11, 2);
+    const int minute = digitsAt(text, 14, 2);
+    const int second = digitsAt(text, 17, 2);
+    if (!date.isValid() || !QTime::isValid(hour, minute, second))
+        return QDateTime();
+    return QDateTime(date, QTime(hour, minute, second), Qt::UTC);
 }
 
 template<QDateTime FileGroupDataPrivate::*field>

@@ -7,6 +7,7 @@
 
 #include <kavro/filequery.h>
 
+#include <QBuffer>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
@@ -49,6 +50,34 @@ SoapReadError notANumber(const QString &text)
 
 // Reading: every element of the command's side, in any order.
 
+// The element token the reader is at among \a expected (an end element as "/" and its name); -1 when none.
+int indexOfToken(const QXmlStreamReader &reader, const QStringList &expected)
+{
+    const bool isEnd = reader.isEndElement();
+    const QStringView name = reader.name();
+    for (int i = 0; i < expected.size(); ++i) {
+        const QStringView candidate = expected.at(i);
+        const bool candidateIsEnd = candidate.startsWith(QLatin1Char('/'));
+        if (candidateIsEnd == isEnd && candidate.mid(isEnd ? 1 : 0) == name)
+            return i;
+    }
+    return -1;
+}
+
+// A reader of \a document that turns its bytes into text a block at a time, not all at once.
+struct DocumentReader {
+    explicit DocumentReader(const QByteArray &document)
+    {
+        buffer.setData(document);
+        buffer.open(QIODevice::ReadOnly);
+        reader.setDevice(&buffer);
+    }
+    Q_DISABLE_COPY_MOVE(DocumentReader)
+
+    QBuffer buffer;
+    QXmlStreamReader reader;
+};
+
 QString elementText(QXmlStreamReader &reader, const QStringList &context)
 {
     const QString text = reader.readElementText();
@@ -88,10 +117,26 @@ void readChildren(QXmlStreamReader &reader, const QString &container, QStringLis
         read(token, children);
 }
 
-void readGroup(QXmlStreamReader &reader, const QStringList &context, QList<FileGroupData> *groups)
+// A record of which only the guid is kept; the rest is read over.
+FileGroupData guidOfGroup(QXmlStreamReader &reader)
 {
     FileGroupData group;
-    group.FromHtml(reader, FileGroupData::ReadToEndOfGroup);
+    while (reader.readNextStartElement()) {
+        if (reader.name() == QLatin1String("Guid") && reader.namespaceUri() == serviceNamespaceUri())
+            group.setGuid(reader.readElementText());
+        else
+            reader.skipCurrentElement();
+    }
+    return group;
+}
+
+void readGroup(QXmlStreamReader &reader, const QStringList &context, bool guidOnly, QList<FileGroupData> *groups)
+{
+    FileGroupData group;
+    if (guidOnly)
+        group = guidOfGroup(reader);
+    else
+        group.FromHtml(reader, FileGroupData::ReadToEndOfGroup);
     if (reader.error() == QXmlStreamReader::PrematureEndOfDocumentError)
         throw endOfDocument(context);
     if (reader.hasError())
@@ -144,7 +189,7 @@ void readElement(QXmlStreamReader &reader, const SoapElement &element, const QSt
     }
     case SoapKind::Record:
     case SoapKind::Records:
-        readGroup(reader, context, &message->groups);
+        readGroup(reader, context, message->guidsOnly, &message->groups);
         break;
     }
 }
@@ -398,10 +443,9 @@ int readToken(QXmlStreamReader &reader, const QStringList &expected, const QStri
         }
         if (!reader.isStartElement() && !reader.isEndElement())
             continue; // declaration, comments, processing instructions
-        const QString found = (reader.isEndElement() ? QStringLiteral("/") : QString()) + reader.name().toString();
-        const int index = expected.indexOf(found);
+        const int index = indexOfToken(reader, expected);
         if (index < 0)
-            throw unexpected(expected, found);
+            throw unexpected(expected, (reader.isEndElement() ? QStringLiteral("/") : QString()) + reader.name());
         if (reader.namespaceUri() != namespaceUri)
             throw SoapReadError{translated(QT_TRANSLATE_NOOP("QObject", "Expected namespace %1, but got %2"))
                                     .arg(namespaceUri, reader.namespaceUri())};
@@ -412,7 +456,8 @@ int readToken(QXmlStreamReader &reader, const QStringList &expected, const QStri
 bool isUnsolicitedMessage(const QByteArray &document)
 {
     // Only the envelope is read, up to the element inside the body.
-    QXmlStreamReader reader(document);
+    DocumentReader documentReader(document);
+    QXmlStreamReader &reader = documentReader.reader;
     bool inBody = false;
     while (reader.readNextStartElement() || (!reader.atEnd() && !reader.hasError())) {
         if (!reader.isStartElement())
@@ -429,10 +474,18 @@ bool isUnsolicitedMessage(const QByteArray &document)
 
 SoapMessage readSoapMessage(const QByteArray &document, SoapSender sender)
 {
+    return readSoapMessage(document, sender, {});
+}
+
+SoapMessage readSoapMessage(const QByteArray &document, SoapSender sender,
+                            const std::function<bool(const QString &requestId)> &recordsWanted)
+{
     SoapMessage message;
-    QXmlStreamReader reader(document);
+    DocumentReader documentReader(document);
+    QXmlStreamReader &reader = documentReader.reader;
     try {
         readHeader(reader, &message);
+        message.guidsOnly = recordsWanted && !recordsWanted(message.requestId);
         readBodyElement(reader, sender, &message);
         if (const QList<SoapElement> *elements = elementsOf(message.element, sender)) {
             message.known = true;

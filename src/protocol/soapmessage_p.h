@@ -13,6 +13,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 QT_BEGIN_NAMESPACE
 class QXmlStreamReader;
 QT_END_NAMESPACE
@@ -47,6 +49,8 @@ struct SoapMessage {
     QString errorString;
     //! Why the document could not be read, with line and column; empty when it was read.
     QString readError;
+    //! True when the records were read for their guids only: nobody wanted more of them.
+    bool guidsOnly = false;
 
     //! The reply to \a request: its command's reply element, the request id echoed.
     static SoapMessage replyTo(const SoapMessage &request);
@@ -86,6 +90,13 @@ QByteArray writeSoapMessage(const SoapMessage &message);
  * Reading errors end up in SoapMessage::readError.
  */
 SoapMessage readSoapMessage(const QByteArray &document, SoapSender sender);
+/*!
+ * The same, asking \a recordsWanted once the request id is known whether the
+ * "FileGroup" records are wanted in full: when not, each is read for its guid
+ * only (the document is still read, and checked, to its end).
+ */
+SoapMessage readSoapMessage(const QByteArray &document, SoapSender sender,
+                            const std::function<bool(const QString &requestId)> &recordsWanted);
 
 //! True for a message the server sends of its own accord ("CopyForeignFileGroupProgress", "ConvertFileGroup").
 bool isUnsolicitedMessage(const QByteArray &document);

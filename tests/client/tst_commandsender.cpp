@@ -217,10 +217,6 @@ void tst_CommandSender::replies_data()
     const QString x = QStringLiteral("x");
     const FileGroupData first = group("g1");
     const FileGroupData second = group("g2");
-    QStringList table;
-    FileGroupData::GetHeaders(table);
-    first.ToStringList(table);
-    second.ToStringList(table);
 
     row("create", "CreateFileGroupReply", "<m:Guid>g</m:Guid><m:Path>/p</m:Path>" + ok,
         {QStringLiteral("g"), QStringLiteral("/p")});
@@ -252,8 +248,9 @@ void tst_CommandSender::replies_data()
     row("users", "GetUserListReply", "<m:Users><m:User>u</m:User></m:Users>" + ok,
         {s_id, QStringList{QStringLiteral("u")}, 0, QString()});
     row("query shares the user-list text", "QueryFileGroupsReply",
-        FakeServer::groupXml("g1") + FakeServer::groupXml("g2") + errorFields(19), {s_id, table, 16, 19, x},
-        QStringLiteral("Error while getting user list: x (19)"));
+        FakeServer::groupXml("g1") + FakeServer::groupXml("g2") + errorFields(19),
+        {s_id, QVariant::fromValue(QList<FileGroupData>{first, second}), 19, x},
+        QStringLiteral("Error while getting user list: x (19)"), 0, "queryFileGroupRecordsReply");
     row("rovec", "CreateRovecFileGroupReply", "<m:Guid>g</m:Guid><m:Path>/r</m:Path>" + errorFields(36),
         {QStringLiteral("g"), QStringLiteral("/r"), 36, x}, QStringLiteral("Error while creating file group: x (36)"));
     row("progress has no limit", "QueryLocationStateProgressReply",

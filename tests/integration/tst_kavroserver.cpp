@@ -415,6 +415,20 @@ void tst_KavroServer::queries()
         QCOMPARE(record.getCreator(), i % 2 == 0 ? QStringLiteral("alice") : QStringLiteral("Bob"));
         QCOMPARE(record.getCreationTime().timeSpec(), Qt::UTC);
     }
+
+    // Asynchronously: the table of display texts, header row first, then the records.
+    // (The blocking calls above emit these signals too; they are told apart by request id.)
+    QSignalSpy table(m_queryClient.get(), &KavroClient::queryFileGroupsSg);
+    QSignalSpy asRecords(m_queryClient.get(), &KavroClient::QueryFileGroupRecordsSg);
+    const QString requestId = m_queryClient->QueryFilesAsync(criteria);
+    QTRY_VERIFY(!asRecords.isEmpty() && asRecords.last().at(0).toString() == requestId);
+    QCOMPARE(table.last().at(0).toString(), requestId);
+    QStringList cells;
+    FileGroupData::GetHeaders(cells);
+    for (const FileGroupData &record : records)
+        record.ToStringList(cells);
+    QCOMPARE(table.last().at(1).toStringList(), cells);
+    QCOMPARE(asRecords.last().at(1).value<QList<FileGroupData>>(), records);
 }
 
 void tst_KavroServer::exportAndImport()
