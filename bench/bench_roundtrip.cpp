@@ -1,12 +1,15 @@
 // SPDX-FileCopyrightText: 2026 Kavro developers
 // SPDX-License-Identifier: MIT
-// Times blocking calls through KavroClient against kavro-server on loopback,
-// and the same request bytes sent by a minimal blocking POSIX client to the
-// same server process. The two alternate in rounds, so machine noise hits both.
+// Times calls through KavroClient against kavro-server on loopback, and the
+// same request bytes sent by a minimal blocking POSIX client to the same
+// server process. The two alternate in rounds, so machine noise hits both.
+// Figures: blocking GetUserList, blocking QueryMetaData of a group with ten
+// files, and the rate of asynchronous GetUserList calls issued all at once.
 //
 //   bench_roundtrip [label] [calls-per-round]
 //   defaults: "unpinned", 2000 calls; run under "taskset -c 0" for the pinned figures
 #include "messages_p.h"
+#include "rawclient.h"
 
 #include <kavro/kavroclient.h>
 
@@ -15,7 +18,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTimer>
-#include <QtEndian>
+#include <QUuid>
 
 #include <algorithm>
 #include <chrono>
@@ -24,64 +27,11 @@
 #include <memory>
 #include <vector>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace
 {
 using Clock = std::chrono::steady_clock;
-
-// A blocking client of its own: one frame out, one frame in.
-class RawClient
-{
-public:
-    explicit RawClient(quint16 port)
-        : m_fd(::socket(AF_INET, SOCK_STREAM, 0))
-    {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        const int on = 1;
-        ::setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        m_connected = ::connect(m_fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
-    }
-    ~RawClient() { ::close(m_fd); }
-    RawClient(const RawClient &) = delete;
-    RawClient &operator=(const RawClient &) = delete;
-
-    bool isConnected() const { return m_connected; }
-
-    bool call(const QByteArray &frame)
-    {
-        if (::send(m_fd, frame.constData(), size_t(frame.size()), 0) != frame.size())
-            return false;
-        char prefix[4];
-        if (!receive(prefix, 4))
-            return false;
-        m_reply.resize(qFromLittleEndian<quint32>(prefix));
-        return receive(m_reply.data(), m_reply.size());
-    }
-
-private:
-    bool receive(char *data, qsizetype size)
-    {
-        for (qsizetype done = 0; done < size;) {
-            const ssize_t got = ::recv(m_fd, data + done, size_t(size - done), 0);
-            if (got <= 0)
-                return false;
-            done += got;
-        }
-        return true;
-    }
-
-    const int m_fd;
-    bool m_connected = false;
-    QByteArray m_reply;
-};
+constexpr int Rounds = 3;
+constexpr int AsyncCalls = 20000;
 
 struct Figures {
     double median = 0;
@@ -94,6 +44,11 @@ Figures figuresOf(std::vector<double> samples)
     return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
 }
 
+double microsecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
 // Adds one round of \a calls timed calls to \a samples (µs each); false when a call failed.
 bool round(int calls, const std::function<bool()> &call, std::vector<double> *samples)
 {
@@ -101,8 +56,86 @@ bool round(int calls, const std::function<bool()> &call, std::vector<double> *sa
         const auto start = Clock::now();
         if (!call())
             return false;
-        samples->push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+        samples->push_back(microsecondsSince(start));
     }
+    return true;
+}
+
+// Warms both paths up, then alternates Rounds rounds of each and prints the figure.
+bool compareBlocking(const char *figure, const QString &label, int calls, const std::function<bool()> &viaClient,
+                     const std::function<bool()> &viaRaw)
+{
+    std::vector<double> kavro;
+    std::vector<double> baseline;
+    if (!round(calls / 10, viaClient, &kavro) || !round(calls / 10, viaRaw, &baseline))
+        return false;
+    kavro.clear();
+    baseline.clear();
+    for (int i = 0; i < Rounds; ++i) {
+        if (!round(calls, viaClient, &kavro) || !round(calls, viaRaw, &baseline))
+            return false;
+    }
+    const Figures ours = figuresOf(kavro);
+    const Figures raws = figuresOf(baseline);
+    std::printf("blocking %s (%s): median %.1f us, p99 %.1f us; raw client %.1f us, %.1f us; "
+                "ratio %.2fx median, %.2fx p99\n",
+                figure, qPrintable(label), ours.median, ours.p99, raws.median, raws.p99, ours.median / raws.median,
+                ours.p99 / raws.p99);
+    std::printf("{\"figure\": \"blocking %s\", \"mode\": \"%s\", \"median_us\": %.1f, \"p99_us\": %.1f, "
+                "\"baseline_median_us\": %.1f, \"baseline_p99_us\": %.1f}\n",
+                figure, qPrintable(label), ours.median, ours.p99, raws.median, raws.p99);
+    return true;
+}
+
+// Calls per second when AsyncCalls asynchronous requests are issued at once, until the last reply signal.
+double asyncRate(Kavro::KavroClient &client)
+{
+    QEventLoop loop;
+    int replies = 0;
+    const auto connection = QObject::connect(&client, &Kavro::KavroClient::GetUserListSg, &loop,
+                                             [&](const QString &, const QStringList &, int error) {
+                                                 if (error != Kavro::NoError || ++replies == AsyncCalls)
+                                                     loop.quit();
+                                             });
+    QTimer::singleShot(120000, &loop, &QEventLoop::quit);
+    const auto start = Clock::now();
+    for (int i = 0; i < AsyncCalls; ++i)
+        client.GetUserListAsync();
+    loop.exec();
+    const double seconds = microsecondsSince(start) / 1e6;
+    QObject::disconnect(connection);
+    return replies == AsyncCalls ? AsyncCalls / seconds : 0;
+}
+
+// Calls per second of the raw client making AsyncCalls blocking calls one after the other.
+double rawRate(RawClient &raw, const QByteArray &frame)
+{
+    const auto start = Clock::now();
+    for (int i = 0; i < AsyncCalls; ++i) {
+        if (!raw.call(frame))
+            return 0;
+    }
+    return AsyncCalls / (microsecondsSince(start) / 1e6);
+}
+
+bool compareAsyncRate(const QString &label, Kavro::KavroClient &client, RawClient &raw, const QByteArray &frame)
+{
+    std::vector<double> kavro;
+    std::vector<double> baseline;
+    for (int i = 0; i < Rounds; ++i) {
+        kavro.push_back(asyncRate(client));
+        baseline.push_back(rawRate(raw, frame));
+        if (kavro.back() == 0 || baseline.back() == 0)
+            return false;
+    }
+    const double ours = figuresOf(kavro).median;
+    const double raws = figuresOf(baseline).median;
+    std::printf("asynchronous GetUserList, %d at once (%s): %.0f calls/s; raw client one at a time %.0f calls/s; "
+                "ratio %.2f\n",
+                AsyncCalls, qPrintable(label), ours, raws, ours / raws);
+    std::printf("{\"figure\": \"asynchronous GetUserList rate\", \"mode\": \"%s\", \"calls\": %d, "
+                "\"calls_per_s\": %.0f, \"baseline_calls_per_s\": %.0f}\n",
+                qPrintable(label), AsyncCalls, ours, raws);
     return true;
 }
 
@@ -129,6 +162,29 @@ bool waitForConnection(Kavro::KavroClient &client)
     loop.exec();
     return connected;
 }
+
+// A group with ten files, made through the raw client; its guid, or empty.
+QString groupWithTenFiles(RawClient &raw)
+{
+    const QString guid = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    if (!raw.call(framed(Kavro::CreateFileGroupMessage(QStringLiteral("measured"), guid, QStringLiteral("detail"),
+                                                       QStringLiteral("Ten files"), Kavro::FileTypeImage, QDateTime(),
+                                                       0, QStringLiteral("lab"), QStringLiteral("bench"),
+                                                       QStringLiteral("1.0"), QString())
+                             .writeRequest())))
+        return QString();
+    for (int i = 0; i < 10; ++i) {
+        if (!raw.call(framed(Kavro::AddFileMessage(guid, QStringLiteral("frame_%1.png").arg(i), 0).writeRequest())))
+            return QString();
+    }
+    return guid;
+}
+
+int fail(const char *what)
+{
+    std::fprintf(stderr, "bench_roundtrip: %s\n", what);
+    return 1;
+}
 } // namespace
 
 int main(int argc, char *argv[])
@@ -140,54 +196,40 @@ int main(int argc, char *argv[])
     QTemporaryDir store;
     QProcess server;
     const quint16 port = startServer(server, store.path());
-    if (port == 0) {
-        std::fprintf(stderr, "bench_roundtrip: kavro-server did not start\n");
-        return 1;
-    }
+    if (port == 0)
+        return fail("kavro-server did not start");
     auto owned = std::make_unique<Kavro::KavroClient>(QStringLiteral("127.0.0.1"), port, QStringLiteral("bench"),
                                                       QStringLiteral("bench"), QString());
     Kavro::KavroClient &client = *owned;
     RawClient raw(port);
-    if (!waitForConnection(client) || !raw.isConnected()) {
-        std::fprintf(stderr, "bench_roundtrip: no connection to kavro-server\n");
-        return 1;
-    }
+    if (!waitForConnection(client) || !raw.isConnected())
+        return fail("no connection to kavro-server");
+    const QString guid = groupWithTenFiles(raw);
+    if (guid.isEmpty())
+        return fail("could not make the measured group");
 
-    QByteArray frame = Kavro::GetUserListMessage().writeRequest();
-    const quint32 length = quint32(frame.size());
-    frame.prepend(reinterpret_cast<const char *>(&length), 4); // little-endian on every machine we build for
-    const auto viaClient = [&client] {
-        client.GetUserList();
-        return client.GetError() == Kavro::NoError;
-    };
-    const auto viaRaw = [&raw, &frame] {
-        return raw.call(frame);
-    };
-
-    // Warm both paths up, then alternate three rounds.
-    std::vector<double> kavro;
-    std::vector<double> baseline;
-    if (!round(calls / 10, viaClient, &kavro) || !round(calls / 10, viaRaw, &baseline))
-        return 1;
-    kavro.clear();
-    baseline.clear();
-    for (int i = 0; i < 3; ++i) {
-        if (!round(calls, viaClient, &kavro) || !round(calls, viaRaw, &baseline)) {
-            std::fprintf(stderr, "bench_roundtrip: a call failed\n");
-            return 1;
-        }
-    }
-    const Figures ours = figuresOf(kavro);
-    const Figures raws = figuresOf(baseline);
-    std::printf("blocking GetUserList (%s): median %.1f us, p99 %.1f us; raw client %.1f us, %.1f us; "
-                "ratio %.2fx median, %.2fx p99\n",
-                qPrintable(label), ours.median, ours.p99, raws.median, raws.p99, ours.median / raws.median,
-                ours.p99 / raws.p99);
-    std::printf("{\"figure\": \"blocking GetUserList\", \"mode\": \"%s\", \"median_us\": %.1f, \"p99_us\": %.1f, "
-                "\"baseline_median_us\": %.1f, \"baseline_p99_us\": %.1f}\n",
-                qPrintable(label), ours.median, ours.p99, raws.median, raws.p99);
+    const QByteArray userList = framed(Kavro::GetUserListMessage().writeRequest());
+    const QByteArray metaData = framed(Kavro::QueryMetaDataMessage(guid, QStringLiteral("bench")).writeRequest());
+    const bool measured = compareBlocking(
+                              "GetUserList", label, calls,
+                              [&client] {
+                                  client.GetUserList();
+                                  return client.GetError() == Kavro::NoError;
+                              },
+                              [&] {
+                                  return raw.call(userList);
+                              })
+        && compareBlocking(
+                              "QueryMetaData, 10 files", label, calls,
+                              [&] {
+                                  return client.QueryMetaData(guid, QStringLiteral("bench")).getFileList().size() == 10;
+                              },
+                              [&] {
+                                  return raw.call(metaData);
+                              })
+        && compareAsyncRate(label, client, raw, userList);
     owned.reset(); // before the server goes, so the client does not see it go
     server.terminate();
     server.waitForFinished(10000);
-    return 0;
+    return measured ? 0 : fail("a call failed");
 }

@@ -19,6 +19,12 @@ echo
 echo "== Blocking round trip against kavro-server (against a raw socket client)"
 run taskset -c 0 "$build_dir/bench/bench_roundtrip" pinned
 run "$build_dir/bench/bench_roundtrip" unpinned
+echo
+echo "== A 50,000-group QueryFileGroups reply (against QXmlStreamReader and pugixml on the same bytes)"
+run "$build_dir/bench/bench_largereply"
+echo
+echo "== kavro-server on 100,000 file groups: queries (against the store's own query), writes from 8 connections (against 1)"
+run "$build_dir/bench/bench_server"
 
 {
     printf '{\n  "machine": "%s, %s CPUs",\n  "date": "%s",\n  "figures": [\n' \

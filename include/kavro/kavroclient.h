@@ -139,6 +139,8 @@ public:
     QList<FileGroupData> QueryFileGroups(const FileQuery &query);
     //! queryFileGroupsSg() answers with the table of matching groups, QueryFileGroupRecordsSg() with their records.
     QString QueryFilesAsync(const FileQuery &query);
+    //! The record of the group \a guid, its files included; blocks. A null record on failure (see GetError()).
+    FileGroupData QueryMetaData(const QString &guid, const QString &application = QString());
     QString QueryMetaDataAsync(const QString &guid, const QString &application);
     QString QueryLocationStateProgress(const QString &guid);
     QString MoveToNas(const QString &guid);

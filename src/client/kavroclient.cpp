@@ -408,19 +408,28 @@ bool KavroClientPrivate::runBlocking(const char *operation, AsyncHandler &handle
     return handled;
 }
 
-QStringList KavroClientPrivate::listOperation(const char *operation, const QString &arguments,
-                                              const std::function<QString(const QString &)> &send)
+std::optional<SoapMessage> KavroClientPrivate::blockingCall(const char *operation, const QString &arguments,
+                                                            const std::function<QString(const QString &)> &send,
+                                                            bool guidsOnly)
 {
     const Operation scope(this);
     if (!begin(operation, scope))
-        return QStringList();
+        return std::nullopt;
     traceStart(operation, arguments);
     AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
-    QStringList result;
+    handler.setGuidsOnly(guidsOnly);
+    std::optional<SoapMessage> reply;
     if (runBlocking(operation, handler, send) && handler.error() == NoError)
-        result = listResult(handler.reply().listTexts());
+        reply = handler.reply();
     traceEnd(operation);
-    return result;
+    return reply;
+}
+
+QStringList KavroClientPrivate::listOperation(const char *operation, const QString &arguments,
+                                              const std::function<QString(const QString &)> &send)
+{
+    const std::optional<SoapMessage> reply = blockingCall(operation, arguments, send);
+    return reply ? listResult(reply->listTexts()) : QStringList();
 }
 
 QString KavroClientPrivate::storagePath(const QString &guid, const QString &name, QString *firstCreated)
@@ -866,21 +875,13 @@ QString KavroClient::GetFileListAsync(const QString &guid)
 
 QList<FileGroupData> KavroClientPrivate::queryGroups(const char *operation, const FileQuery &query, bool guidsOnly)
 {
-    const Operation scope(this);
-    if (!begin(operation, scope))
-        return {};
-    traceStart(operation, QString());
-    AsyncHandler handler(sender, KavroClient::ClientConfig::instance().replyTimeout());
-    handler.setGuidsOnly(guidsOnly);
-    QList<FileGroupData> groups;
-    if (runBlocking(operation, handler,
-                    [&](const QString &id) {
-                        return sender->QueryFileGroups(query, id);
-                    })
-        && handler.error() == NoError)
-        groups = handler.reply().groups;
-    traceEnd(operation);
-    return groups;
+    const std::optional<SoapMessage> reply = blockingCall(
+        operation, QString(),
+        [&](const QString &id) {
+            return sender->QueryFileGroups(query, id);
+        },
+        guidsOnly);
+    return reply ? reply->groups : QList<FileGroupData>();
 }
 
 QStringList KavroClient::QueryFiles(const FileQuery &query, unsigned int &count)
@@ -902,6 +903,14 @@ QString KavroClient::QueryFilesAsync(const FileQuery &query)
     return d->runAsync("QueryFiles", QString(), [&] {
         return d->sender->QueryFileGroups(query);
     });
+}
+
+FileGroupData KavroClient::QueryMetaData(const QString &guid, const QString &application)
+{
+    const std::optional<SoapMessage> reply = d->blockingCall("QueryMetaData", guid, [&](const QString &id) {
+        return d->sender->QueryMetaData(guid, application, id);
+    });
+    return reply ? reply->groups.value(0) : FileGroupData();
 }
 
 QString KavroClient::QueryMetaDataAsync(const QString &guid, const QString &application)

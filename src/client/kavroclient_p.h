@@ -5,12 +5,15 @@
 
 #include <kavro/kavroclient.h>
 
+#include "soapmessage_p.h"
+
 #include <QMutex>
 #include <QThread>
 #include <QWaitCondition>
 
 #include <atomic>
 #include <functional>
+#include <optional>
 
 namespace Kavro
 {
@@ -114,6 +117,14 @@ public:
                                  const QString &detail, const QString &comment, const QString &user, FileType fileType,
                                  QString &localPath, const QString &guid);
     QString addFile(bool blocking, const QString &path, const QString &guid, int fileId, unsigned int *newFileId);
+    /*!
+     * A blocking operation from its checks to its end trace: the reply when it
+     * came in time with error 0. With \a guidsOnly a query's records may hold
+     * their guids only.
+     */
+    std::optional<SoapMessage> blockingCall(const char *operation, const QString &arguments,
+                                            const std::function<QString(const QString &)> &send,
+                                            bool guidsOnly = false);
     //! A blocking query; with \a guidsOnly its records may hold their guids only.
     QList<FileGroupData> queryGroups(const char *operation, const FileQuery &query, bool guidsOnly);
     QStringList listOperation(const char *operation, const QString &arguments,

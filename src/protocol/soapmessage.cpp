@@ -11,6 +11,8 @@
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
+#include <optional>
+
 namespace Kavro
 {
 
@@ -64,17 +66,24 @@ int indexOfToken(const QXmlStreamReader &reader, const QStringList &expected)
     return -1;
 }
 
-// A reader of \a document that turns its bytes into text a block at a time, not all at once.
+// A reader of \a document. A large one is turned into text a block at a time
+// through a buffer device, not all at once; a small one directly, which is cheaper.
 struct DocumentReader {
     explicit DocumentReader(const QByteArray &document)
     {
-        buffer.setData(document);
-        buffer.open(QIODevice::ReadOnly);
-        reader.setDevice(&buffer);
+        if (document.size() < s_blockwiseFrom) {
+            reader.addData(document);
+            return;
+        }
+        buffer.emplace();
+        buffer->setData(document);
+        buffer->open(QIODevice::ReadOnly);
+        reader.setDevice(&*buffer);
     }
     Q_DISABLE_COPY_MOVE(DocumentReader)
 
-    QBuffer buffer;
+    static constexpr qsizetype s_blockwiseFrom = 64 * 1024;
+    std::optional<QBuffer> buffer;
     QXmlStreamReader reader;
 };
 

@@ -296,6 +296,9 @@ void tst_KavroServer::fullSession()
     QVERIFY(m_server->start(m_store->path(), arguments, port));
     QVERIFY(connected.wait(Timeout));
     QCOMPARE(metaData(*client, guid), record);
+    QCOMPARE(client->QueryMetaData(guid, QStringLiteral("viewer")), record); // blocking, the same
+    QCOMPARE(client->QueryMetaData(QStringLiteral("no-such-group")), FileGroupData());
+    QCOMPARE(client->GetError(), ErrorGuidNotFound);
     QCOMPARE(readFile(client->RequestFile(2, guid, LockRead)), pattern(300000, 'x'));
     QCOMPARE(closeFile(*client, 2, guid), int(NoError));
 
