@@ -8,6 +8,9 @@
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
+#include <array>
+#include <iterator>
+
 namespace Kavro
 {
 
@@ -185,9 +188,16 @@ const ElementEntry s_elements[] = {
 
 ElementReader readerFor(QStringView localName)
 {
-    for (const ElementEntry &entry : s_elements) {
-        if (localName == QLatin1String(entry.localName))
-            return entry.read;
+    // Looked up for every element of every record: the lengths sort most candidates out cheaply.
+    static const auto lengths = [] {
+        std::array<qsizetype, std::size(s_elements)> all{};
+        for (size_t i = 0; i < all.size(); ++i)
+            all[i] = qsizetype(qstrlen(s_elements[i].localName));
+        return all;
+    }();
+    for (size_t i = 0; i < lengths.size(); ++i) {
+        if (lengths[i] == localName.size() && localName == QLatin1String(s_elements[i].localName))
+            return s_elements[i].read;
     }
     return nullptr;
 }
