@@ -7,7 +7,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?= -DKAVRO_WERROR=ON
 
-.PHONY: all deps configure build test demo bench asan tsan format clean
+.PHONY: all deps configure build test demo bench bench-deps asan tsan format clean
 
 all: build
 
@@ -29,7 +29,12 @@ demo: build
 	@bash scripts/demo.sh $(BUILD_DIR)
 
 # The benchmarks: figures beside their baselines, also in bench/results.json.
-bench: build
+# Their peers (pugixml, KDSoap) are installed first, before the build looks for them.
+bench-deps:
+	@bash scripts/install-deps.sh --bench
+
+bench: bench-deps
+	@$(MAKE) --no-print-directory build
 	@bash scripts/bench.sh $(BUILD_DIR)
 
 # Every test under AddressSanitizer and UndefinedBehaviorSanitizer.

@@ -25,6 +25,16 @@ run "$build_dir/bench/bench_largereply"
 echo
 echo "== kavro-server on 100,000 file groups: queries (against the store's own query), writes from 8 connections (against 1)"
 run "$build_dir/bench/bench_server"
+echo
+echo "== The SOAP-over-HTTP peer: blocking GetUserList through KDSoap (Qt 5), as shipped and with TCP_NODELAY"
+if [ "$(dpkg-query -W -f='${db:Status-Status}' libkdsoap-dev 2>/dev/null || true)" = "installed" ]; then
+    # A project of its own: Debian's KDSoap is built on Qt 5.
+    cmake -S bench/peers -B "$build_dir/peers" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKAVRO_WERROR=ON >/dev/null
+    cmake --build "$build_dir/peers" -- --quiet
+    run taskset -c 0 "$build_dir/peers/kdsoap_roundtrip" pinned
+else
+    echo "skipped: KDSoap is not installed (bash scripts/install-deps.sh --bench installs it)"
+fi
 
 {
     printf '{\n  "machine": "%s, %s CPUs",\n  "date": "%s",\n  "figures": [\n' \

@@ -3,6 +3,7 @@
 # SPDX-License-Identifier: MIT
 # Installs the Debian packages needed to build and test Kavro. Idempotent:
 # prints nothing and installs nothing when every package is present.
+# With --bench, also the benchmarks' peers (pugixml; KDSoap, built on Qt 5).
 set -euo pipefail
 
 packages=(
@@ -19,6 +20,12 @@ packages=(
     libqt6sql6-sqlite   # the reference server's database driver
     zlib1g-dev
 )
+if [ "${1:-}" = "--bench" ]; then
+    packages+=(
+        libpugixml-dev  # bench_largereply's parser peer
+        libkdsoap-dev   # bench/peers: a SOAP-over-HTTP client and server (Qt 5)
+    )
+fi
 
 missing=()
 for package in "${packages[@]}"; do
