@@ -10,6 +10,7 @@
 //
 //   bench_largereply [rounds]           defaults: 3 rounds after one warm-up round
 //   bench_largereply profile [calls]    only blocking QueryFiles, 5 calls by default (for perf record)
+#include "benchsupport.h"
 #include "soapmessage_p.h"
 
 #include <kavro/filequery.h>
@@ -321,20 +322,6 @@ struct Figure {
         peakBytes = std::max(peakBytes, sample.peakBytes);
     }
 };
-
-// Waits for a client constructed just now: its connection comes up in the event loop at the earliest.
-bool waitForConnection(Kavro::KavroClient &client)
-{
-    QEventLoop loop;
-    bool connected = false;
-    QObject::connect(&client, &Kavro::KavroClient::connected, &loop, [&] {
-        connected = true;
-        loop.quit();
-    });
-    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-    loop.exec();
-    return connected;
-}
 
 bool blockingQuery(Kavro::KavroClient &client)
 {

@@ -8,6 +8,7 @@
 //
 //   bench_roundtrip [label] [calls-per-round]
 //   defaults: "unpinned", 2000 calls; run under "taskset -c 0" for the pinned figures
+#include "benchsupport.h"
 #include "messages_p.h"
 #include "rawclient.h"
 
@@ -32,17 +33,6 @@ namespace
 using Clock = std::chrono::steady_clock;
 constexpr int Rounds = 3;
 constexpr int AsyncCalls = 20000;
-
-struct Figures {
-    double median = 0;
-    double p99 = 0;
-};
-
-Figures figuresOf(std::vector<double> samples)
-{
-    std::sort(samples.begin(), samples.end());
-    return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
-}
 
 double microsecondsSince(Clock::time_point start)
 {
@@ -137,30 +127,6 @@ bool compareAsyncRate(const QString &label, Kavro::KavroClient &client, RawClien
                 "\"calls_per_s\": %.0f, \"baseline_calls_per_s\": %.0f}\n",
                 qPrintable(label), AsyncCalls, ours, raws);
     return true;
-}
-
-quint16 startServer(QProcess &server, const QString &store)
-{
-    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start(QStringLiteral(KAVRO_SERVER_BINARY),
-                 {QStringLiteral("--store"), store, QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")});
-    if (!server.waitForReadyRead(10000))
-        return 0;
-    return quint16(server.readLine().trimmed().toUInt());
-}
-
-// Waits for a client constructed just now: its connection comes up in the event loop at the earliest.
-bool waitForConnection(Kavro::KavroClient &client)
-{
-    QEventLoop loop;
-    bool connected = false;
-    QObject::connect(&client, &Kavro::KavroClient::connected, &loop, [&] {
-        connected = true;
-        loop.quit();
-    });
-    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-    loop.exec();
-    return connected;
 }
 
 // A group with ten files, made through the raw client; its guid, or empty.

@@ -13,6 +13,7 @@
 //   bench_server [groups] [writes-per-connection]
 //   defaults: 100000 groups, 200 writes per connection
 #include "archivestore.h"
+#include "benchsupport.h"
 #include "messages_p.h"
 #include "rawclient.h"
 #include "soapmessage_p.h"
@@ -53,17 +54,6 @@ constexpr int s_userCount = 40; // the creators of the stored groups
 double secondsSince(Clock::time_point start)
 {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-struct Figures {
-    double median = 0;
-    double p99 = 0;
-};
-
-Figures figuresOf(std::vector<double> samples)
-{
-    std::sort(samples.begin(), samples.end());
-    return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
 }
 
 // Adds \a calls timed calls to \a samples (ms each); false when a call failed.
@@ -176,16 +166,6 @@ KavroError fillStore(ArchiveStore &store, const QString &dataDirectory, int coun
             store.noteUser(GroupMaker::userName(user));
         return NoError;
     });
-}
-
-quint16 startServer(QProcess &server, const QString &store)
-{
-    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start(QStringLiteral(KAVRO_SERVER_BINARY),
-                 {QStringLiteral("--store"), store, QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")});
-    if (!server.waitForReadyRead(10000))
-        return 0;
-    return quint16(server.readLine().trimmed().toUInt());
 }
 
 //! The groups of a reply document, or -1 when it is not an error-free reply.
