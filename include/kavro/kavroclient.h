@@ -4,6 +4,7 @@
 #define KAVRO_KAVROCLIENT_H
 
 #include <kavro/filegroupdata.h>
+#include <kavro/kavroreply.h>
 #include <kavro/kavrotypes.h>
 #include <kavro/kavrourl.h>
 
@@ -28,21 +29,33 @@ class KavroClientPrivate;
  * counts as connected once the server has told it its storage directory; then
  * connected() is emitted.
  *
- * Most operations come in two forms. The blocking form waits for the reply,
- * at most "ReplyTimeoutMs" (30 s by default), and returns its result; the
- * form ending in \c Async returns the request id at once and delivers the
- * outcome as a signal whose first argument is that id. Failures return an
- * empty result (empty string or list, 0, false); GetError() tells why.
- * Blocking calls may be made from several threads at once; each gets its own
- * result, and GetError() reports the error of the calling thread's last
- * operation.
+ * Every operation has a form ending in \c Request that returns a KavroReply:
+ * it emits finished() exactly once, whatever happens, and holds the typed
+ * result. Most operations also come in two classic forms. The
+ * blocking form waits for the reply, at most "ReplyTimeoutMs" (30 s by
+ * default), and returns its result; on the GUI thread it freezes the
+ * interface for as long. The form ending in \c Async returns the request id
+ * at once and delivers the outcome as a signal whose first argument is that
+ * id, or as requestFailed() when no reply came. Failures return an empty
+ * result (empty string or list, 0, false); GetError() tells why. Blocking
+ * calls may be made from several threads at once; each gets its own result,
+ * and GetError() reports the error of the calling thread's last operation.
+ *
+ * Blocking calls emit the reply signals too, as asynchronous
+ * ones do; an application tells its own asynchronous replies apart by the
+ * request id. Requests made through a KavroReply are told to their reply
+ * object only: neither the reply signals below nor requestFailed()
+ * carry them.
  *
  * \code
  * Kavro::KavroClient client(QStringLiteral("archive.example.org"), 5223, QStringLiteral("viewer"),
  *                           QStringLiteral("alice"), QStringLiteral("blue"));
- * QObject::connect(&client, &Kavro::KavroClient::connected, [&client] {
- *     const QStringList users = client.GetUserList();   // blocks until the reply is in
- *     qDebug() << users << client.GetErrorString();
+ * QObject::connect(&client, &Kavro::KavroClient::connected, &client, [&client] {
+ *     Kavro::KavroReply *reply = client.GetUserListRequest();
+ *     QObject::connect(reply, &Kavro::KavroReply::finished, reply, [reply] {
+ *         qDebug() << reply->users() << reply->errorString();
+ *         reply->deleteLater();
+ *     });
  * });
  * \endcode
  */
@@ -52,6 +65,14 @@ class KAVRO_EXPORT KavroClient : public QObject
 
 public:
     class ClientConfig;
+
+    //! The state of the connection to the server.
+    enum State {
+        Unconnected, //!< no connection, and none being made; the next attempt follows by itself
+        Connecting, //!< a connection is being made, or waits for the server to name its storage directory
+        Connected, //!< the server has named its storage directory: requests may go out
+    };
+    Q_ENUM(State)
 
     //! A client for the server of the configuration; without "ServerHost" it stays unavailable.
     KavroClient();
@@ -76,6 +97,16 @@ public:
     bool IsConnected() const;
     //! Does nothing: the client reconnects by itself.
     void Reconnect();
+    //! The connection's state; Unconnected for good when no server is configured.
+    State state() const;
+    /*!
+     * Waits until the client is connected, at most \a msecs milliseconds (-1:
+     * without limit), while attempts go on underneath. Works on any thread,
+     * also one without an event loop, and before the client's own thread has
+     * seen connected(). False on timeout, when no server is configured, or
+     * when the client is being destroyed.
+     */
+    bool waitForConnected(int msecs = 30000);
     void SetUser(const QString &user);
     void SetApplication(const QString &application);
     void SetTeamMembership(const QString &team);
@@ -160,9 +191,60 @@ public:
     //! Answers a ConvertFileGroupRequestedSg() for the group \a guid.
     void AnswerConvertFileGroup(const QString &guid, KavroError error, const QString &errorString);
 
+    //! \name Reply objects
+    //! Each returns a new KavroReply owned by the caller; see KavroReply for what it holds.
+    //! @{
+    KavroReply *AddFileRequest(const QString &path, const QString &guid);
+    KavroReply *AddReferenceRequest(const QString &guid);
+    KavroReply *RemoveReferenceRequest(const QString &guid);
+    KavroReply *RemoveAllReferencesRequest(const QString &guid);
+    KavroReply *CheckFileGroupExistsRequest(const QString &guid);
+    KavroReply *CloseFileRequest(unsigned int fileId, const QString &guid);
+    //! Creates the group's local directory first, and removes it again when the creation fails.
+    KavroReply *CreateFileGroupRequest(const QString &version, const QDateTime &lifeCycle, const QString &detail,
+                                       const QString &comment, FileType fileType, quint64 reservedStorage,
+                                       const QString &name, const QString &guid = QString());
+    KavroReply *CreateRovecFileGroupRequest(const QString &subsystem, const QString &rovecId, const QString &recordId,
+                                            const QString &detail, const QString &comment, const QString &user,
+                                            FileType fileType, const QString &guid = QString());
+    //! \a shallow keeps the group's files on disk.
+    KavroReply *DeleteFileGroupRequest(const QString &guid, bool shallow = false);
+    KavroReply *DeleteFileNameRequest(unsigned int fileId, const QString &guid);
+    KavroReply *ExportArchiveRequest(const QStringList &guids, const QString &target);
+    KavroReply *ImportArchiveRequest(const QStringList &paths);
+    KavroReply *GetApplicationListRequest();
+    KavroReply *GetUserListRequest();
+    KavroReply *GetFileListRequest(const QString &guid);
+    KavroReply *QueryFilesRequest(const FileQuery &query);
+    KavroReply *QueryMetaDataRequest(const QString &guid, const QString &application = QString());
+    KavroReply *QueryLocationStateProgressRequest(const QString &guid);
+    KavroReply *MoveToNasRequest(const QString &guid);
+    KavroReply *RequestFileRequest(unsigned int fileId, const QString &guid, LockState lockState);
+    KavroReply *RegisterConverterRequest(const QString &converterId, const QVector<FileType> &fileTypes);
+    //! @}
+
 Q_SIGNALS:
+    //! The server has named its storage directory: requests may go out.
     void connected();
+    //! The connection was lost; only ever after connected(). The client reconnects by itself.
     void disconnected();
+    void stateChanged(Kavro::KavroClient::State state);
+    /*!
+     * A connection attempt failed, the peer is no archive server, or the
+     * connection was lost, in plain words for people. Each distinct failure
+     * is told once until the client is connected again.
+     */
+    void errorOccurred(Kavro::KavroError error, const QString &errorString);
+    /*!
+     * The asynchronous request \a requestId (made by an \c Async form or a
+     * fire-and-forget call) ended without a reply: ErrorNotConnected when the
+     * connection was lost, ErrorReplyTimeout when no reply came within
+     * "ReplyTimeoutMs" of its going out. Emitted once per id; never for
+     * blocking calls, which return the error, nor for reply objects.
+     */
+    void requestFailed(const QString &requestId, int error, const QString &errorString);
+    // The reply signals below carry the replies to blocking and asynchronous calls alike: tell your own
+    // asynchronous replies apart by their request id.
     void CreateFileGroupSg(QString guid, QString path);
     void CreateRovecFileGroupSg(QString guid, QString path, int error, QString errorString);
     void AddFileSg(QString requestId, unsigned int fileId);

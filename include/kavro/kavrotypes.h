@@ -142,6 +142,8 @@ enum KavroError : qint32 {
     ErrorNotConverted = 66,
     ErrorNotCentral = 67,
     ErrorServerBusy = 68,
+    //! The library's own, never sent by a server: the application aborted the request (KavroReply::abort()).
+    ErrorAborted = 1000,
 };
 
 /*!

@@ -66,14 +66,13 @@ bool AsyncHandler::requestHandled(const SoapMessage &reply, int error, const QSt
     return true;
 }
 
-void AsyncHandler::requestFailed(int error)
+void AsyncHandler::requestFailed(const QString &, RequestFailure failure)
 {
     const QMutexLocker locker(&m_mutex);
     if (m_done)
         return;
     // A request whose time is up is overdue, whatever else happened to it.
-    if (m_deadline.hasExpired())
-        error = ErrorReplyTimeout;
+    const int error = m_deadline.hasExpired() ? int(ErrorReplyTimeout) : errorOf(failure);
     finish(error, KavroErrorString::Get(static_cast<KavroError>(error)));
 }
 

@@ -58,7 +58,7 @@ public:
     void setGuidsOnly(bool guidsOnly);
 
     bool requestHandled(const SoapMessage &reply, int error, const QString &errorString) override;
-    void requestFailed(int error) override;
+    void requestFailed(const QString &requestId, RequestFailure failure) override;
     bool needsRecords() const override;
 
 private:

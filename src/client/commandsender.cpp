@@ -28,6 +28,16 @@ void traceLateReply(const QString &requestId)
 }
 } // namespace
 
+int errorOf(RequestFailure failure)
+{
+    return failure == RequestFailure::Overdue ? ErrorReplyTimeout : ErrorNotConnected;
+}
+
+void CommandSender::FailureAnnouncer::requestFailed(const QString &requestId, RequestFailure failure)
+{
+    Q_EMIT m_sender->requestFailed(requestId, errorOf(failure), m_sender->failureText(failure));
+}
+
 /*!
  * One reply the dispatcher understands: its error trace and how it is handed on.
  * The position in table() is the reply's position in the dispatcher's table.
@@ -269,6 +279,11 @@ void CommandSender::start()
     connect(socket, &CommandSenderSocket::si_connected, this, &CommandSender::SlotConnected);
     connect(socket, &CommandSenderSocket::si_disconnected, this, &CommandSender::SlotDisconnected);
     connect(socket, &CommandSenderSocket::si_replyOverdue, this, &CommandSender::replyOverdue);
+    connect(socket, &CommandSenderSocket::si_connecting, this, [this] {
+        setState(KavroClient::Connecting);
+    });
+    connect(socket, &CommandSenderSocket::si_socketError, this, &CommandSender::socketFailed);
+    connect(socket, &CommandSenderSocket::si_messageRefused, this, &CommandSender::messageRefused);
     m_socket.store(socket);
 
     m_checkTimer = new QTimer(this);
@@ -284,20 +299,129 @@ void CommandSender::SlotConnected()
 
 void CommandSender::SlotDisconnected()
 {
-    m_connected.store(false);
-    failAllWaiters(ErrorNotConnected);
-    Q_EMIT disconnected();
+    const bool wasConnected = m_connected.exchange(false);
+    failAllWaiters(RequestFailure::ConnectionLost);
+    setState(KavroClient::Unconnected);
+    if (wasConnected) {
+        reportConnectionFailure(ErrorNotConnected,
+                                QStringLiteral("the connection to the archive server at %1 was lost; the client "
+                                               "reconnects by itself")
+                                    .arg(serverName()));
+        Q_EMIT disconnected();
+    }
 }
 
 void CommandSender::replyOverdue(const QString &requestId)
 {
+    if (!m_connected.load()) {
+        reportConnectionFailure(ErrorReplyTimeout,
+                                QStringLiteral("the peer at %1 accepted the connection but did not answer within "
+                                               "%2 ms; is it an archive server?")
+                                    .arg(serverName())
+                                    .arg(m_replyTimeout));
+    }
     const QMutexLocker locker(&m_waitersMutex);
     const auto waiting = m_waiters.constFind(requestId);
-    if (waiting != m_waiters.constEnd() && waiting->waiter)
-        waiting->waiter->requestFailed(ErrorReplyTimeout);
+    if (waiting == m_waiters.constEnd())
+        return;
+    if (waiting->waiter)
+        waiting->waiter->requestFailed(requestId, RequestFailure::Overdue);
+    m_waiters.erase(waiting);
 }
 
-void CommandSender::failAllWaiters(int error)
+void CommandSender::socketFailed(QAbstractSocket::SocketError error, const QString &text)
+{
+    if (m_connected.load())
+        return; // a lost connection is reported once it is gone
+    setState(KavroClient::Unconnected);
+    switch (error) {
+    case QAbstractSocket::ConnectionRefusedError:
+        reportConnectionFailure(
+            ErrorNotConnected,
+            QStringLiteral("no archive server answers at %1; is kavro-server running?").arg(serverName()));
+        break;
+    case QAbstractSocket::HostNotFoundError:
+        reportConnectionFailure(ErrorNotConnected,
+                                QStringLiteral("the host %1 of the archive server was not found; check ServerHost "
+                                               "in the section [KAVRO] of the settings")
+                                    .arg(m_host));
+        break;
+    default:
+        reportConnectionFailure(ErrorNotConnected,
+                                QStringLiteral("cannot reach the archive server at %1: %2").arg(serverName(), text));
+        break;
+    }
+}
+
+void CommandSender::messageRefused(qint64 size)
+{
+    if (!m_connected.load()) {
+        refusePeer(QStringLiteral("its first message claims %1 bytes").arg(size));
+        return;
+    }
+    reportConnectionFailure(ErrorCommunication,
+                            QStringLiteral("the archive server at %1 sent a message of %2 bytes, more than "
+                                           "MaxMessageSize allows; the client reconnects")
+                                .arg(serverName())
+                                .arg(size));
+}
+
+void CommandSender::refusePeer(const QString &detail)
+{
+    reportConnectionFailure(ErrorCommunication,
+                            QStringLiteral("the peer at %1 does not speak the archive protocol (%2); check the host "
+                                           "and port")
+                                .arg(serverName(), detail));
+    if (CommandSenderSocket *socket = m_socket.load())
+        socket->reconnect();
+}
+
+void CommandSender::reportConnectionFailure(int error, const QString &text)
+{
+    if (text == m_lastFailure)
+        return;
+    m_lastFailure = text;
+    Q_EMIT connectionFailed(error, text);
+}
+
+void CommandSender::setState(KavroClient::State state)
+{
+    if (state == m_state)
+        return;
+    m_state = state;
+    if (state == KavroClient::Connected)
+        m_lastFailure.clear();
+    Q_EMIT stateChanged(state);
+}
+
+QString CommandSender::serverName() const
+{
+    return QStringLiteral("%1:%2").arg(m_host).arg(m_port);
+}
+
+QString CommandSender::failureText(RequestFailure failure) const
+{
+    switch (failure) {
+    case RequestFailure::NotSent:
+        return QStringLiteral("not connected to the archive server at %1; wait for connected() or call "
+                              "waitForConnected() first")
+            .arg(serverName());
+    case RequestFailure::ConnectionLost:
+        return QStringLiteral("the connection to the archive server at %1 was lost before the reply came; try again "
+                              "once the client is connected")
+            .arg(serverName());
+    case RequestFailure::Overdue:
+        return QStringLiteral("the archive server at %1 did not reply within %2 ms (ReplyTimeoutMs); the client "
+                              "reconnects")
+            .arg(serverName())
+            .arg(m_replyTimeout);
+    case RequestFailure::ClientGone:
+        break;
+    }
+    return QStringLiteral("the client was destroyed before the reply came");
+}
+
+void CommandSender::failAllWaiters(RequestFailure failure)
 {
     // Replies to what went out on this connection cannot come any more, so every entry goes.
     const QMutexLocker locker(&m_waitersMutex);
@@ -307,7 +431,7 @@ void CommandSender::failAllWaiters(int error)
             continue;
         if (socket)
             socket->withdraw(waiting.key());
-        waiting->waiter->requestFailed(error);
+        waiting->waiter->requestFailed(waiting.key(), failure);
     }
     m_waiters.clear();
 }
@@ -318,7 +442,7 @@ void CommandSender::shutDown()
         const QMutexLocker locker(&m_waitersMutex);
         m_shutDown = true;
     }
-    failAllWaiters(ErrorNotConnected);
+    failAllWaiters(RequestFailure::ClientGone);
 }
 
 void CommandSender::SlotCheckConnection()
@@ -336,8 +460,10 @@ void CommandSender::sendGetBasePath()
 void CommandSender::handleBasePath(const QString &path)
 {
     // The first answer after a connection, whatever its error, makes the client connected.
-    if (!m_connected.exchange(true))
-        Q_EMIT connected(path);
+    if (m_connected.exchange(true))
+        return;
+    setState(KavroClient::Connected);
+    Q_EMIT connected(path);
 }
 
 bool CommandSender::CheckIsConnected()
@@ -362,12 +488,17 @@ void CommandSender::addWaiter(const QString &requestId, RequestWaiter *waiter)
 {
     const QMutexLocker locker(&m_waitersMutex);
     if (m_shutDown)
-        waiter->requestFailed(ErrorNotConnected);
+        waiter->requestFailed(requestId, RequestFailure::ClientGone);
     else
         m_waiters.insert(requestId, {waiter, QString()});
 }
 
-void CommandSender::removeWaiter(const QString &requestId)
+void CommandSender::expectReply(const QString &requestId)
+{
+    addWaiter(requestId, &m_announcer);
+}
+
+void CommandSender::removeWaiter(const QString &requestId, GiveUp giveUp)
 {
     CommandSenderSocket *socket = m_socket.load();
     {
@@ -381,6 +512,8 @@ void CommandSender::removeWaiter(const QString &requestId)
         }
         waiting->waiter = nullptr; // gone out: its reply, if it comes, is dropped
     }
+    if (giveUp == GiveUp::KeepLine)
+        return;
     // Its caller gave up on it as overdue, so the line it holds is reset before the caller hears of it:
     // the next request does not queue behind a reply that will not come.
     const auto abandon = [socket, requestId] {
@@ -390,6 +523,13 @@ void CommandSender::removeWaiter(const QString &requestId)
         abandon();
     else
         QMetaObject::invokeMethod(socket, abandon, Qt::BlockingQueuedConnection);
+}
+
+bool CommandSender::announced(const QString &requestId)
+{
+    const QMutexLocker locker(&m_waitersMutex);
+    const auto waiting = m_waiters.constFind(requestId);
+    return waiting == m_waiters.constEnd() || !waiting->waiter || waiting->waiter->announcesReply();
 }
 
 bool CommandSender::dropLateReply(const QString &requestId)
@@ -441,6 +581,13 @@ void CommandSender::SlotHandleXmlReply(QByteArray data)
     });
     if (!reply.requestId.isEmpty() && dropLateReply(reply.requestId))
         return;
+    if (m_state == KavroClient::Connecting
+        && (!reply.readError.isEmpty() || reply.element != QLatin1String("GetBasePathReply"))) {
+        // Until the server has named its storage directory, nothing else is expected of it.
+        refusePeer(reply.readError.isEmpty() ? QStringLiteral("it answered with \"%1\"").arg(reply.element)
+                                             : reply.readError);
+        return;
+    }
     const int position = ReplyHandler::position(reply.element);
     if (position < 0) {
         if (reply.readError.isEmpty())
@@ -472,7 +619,8 @@ void CommandSender::SlotHandleXmlReply(QByteArray data)
         KAVRO_TRACE_WARNING(QLatin1String(handler.errorTrace).arg(errorString).arg(error));
     }
     m_lastError.store(error);
-    handler.emitReply(*this, reply, error, errorString);
+    if (announced(reply.requestId))
+        handler.emitReply(*this, reply, error, errorString);
     notifyWaiter(reply, error, errorString);
     Q_EMIT si_requestHandled(reply.requestId);
 }
@@ -497,8 +645,12 @@ void CommandSender::SlotHandleXmlError(QString error)
 
 QString CommandSender::sendIfConnected(const KavroClientSOAPMessage &message, const std::function<QString()> &trace)
 {
-    if (!CheckIsConnected())
+    if (!CheckIsConnected()) {
+        // A request that cannot go out is forgotten: its caller learns of it from the empty id.
+        const QMutexLocker locker(&m_waitersMutex);
+        m_waiters.remove(message.requestId());
         return QString();
+    }
     if (trace)
         KAVRO_TRACE_INFO(trace());
     return send(message);

@@ -4,8 +4,10 @@
 #define KAVRO_COMMANDSENDER_P_H
 
 #include <kavro/filegroupdata.h>
+#include <kavro/kavroclient.h>
 #include <kavro/kavrotypes.h>
 
+#include <QAbstractSocket>
 #include <QHash>
 #include <QMutex>
 #include <QObject>
@@ -26,8 +28,22 @@ class FileQuery;
 class KavroClientSOAPMessage;
 struct SoapMessage;
 
+//! Why a request ended without a reply.
+enum class RequestFailure {
+    NotSent, //!< the client was not connected when it was made (ErrorNotConnected)
+    ConnectionLost, //!< the connection went before the reply came (ErrorNotConnected)
+    Overdue, //!< no reply within the reply timeout (ErrorReplyTimeout)
+    ClientGone, //!< the client was destroyed first (ErrorNotConnected)
+};
+
+//! The error code a failure is reported with: ErrorNotConnected or ErrorReplyTimeout.
+int errorOf(RequestFailure failure);
+
 /*!
  * \brief Told on the dispatcher's thread how the request it waits for ended.
+ *
+ * Each waiter hears of its request at most once: after either call the
+ * dispatcher forgets it.
  */
 class RequestWaiter
 {
@@ -38,10 +54,12 @@ public:
      * on with it. False when the waiter had given up already (a late reply).
      */
     virtual bool requestHandled(const SoapMessage &reply, int error, const QString &errorString) = 0;
-    //! The request failed without a reply: \a error is ErrorNotConnected or ErrorReplyTimeout.
-    virtual void requestFailed(int error) = 0;
+    //! The request \a requestId ended without a reply.
+    virtual void requestFailed(const QString &requestId, RequestFailure failure) = 0;
     //! False when the waiter takes only the guids of a query's records.
     virtual bool needsRecords() const { return true; }
+    //! False when the reply is the waiter's alone and the public reply signals stay quiet about it.
+    virtual bool announcesReply() const { return true; }
 };
 
 /*!
@@ -53,12 +71,16 @@ public:
  * the client is not connected. The client counts as connected once the
  * server has answered the first "GetBasePath" after a connection.
  *
- * A caller that blocks for a reply registers a RequestWaiter for a request id
- * it chose (newRequestId()) before sending, so no reply can slip past it.
- * A waiter is told 44 when its request is overdue and 43 when the connection
- * is lost first. A request whose waiter failed or gave up is taken out of
- * the queue, so it is never sent afterwards; a reply that comes after its
- * waiter gave up is dropped.
+ * A caller that waits for a reply registers a RequestWaiter for a request id
+ * it chose (newRequestId()) before sending, so no reply can slip past it;
+ * expectReply() registers the dispatcher's own waiter, which announces a
+ * failure as requestFailed(). A waiter is told 44 when its request is
+ * overdue and 43 when the connection is lost first. A request whose waiter
+ * failed or gave up is taken out of the queue, so it is never sent
+ * afterwards; a reply that comes after its waiter gave up is dropped.
+ *
+ * The connection's state and its failures are announced as they happen, on
+ * the dispatcher's thread: stateChanged() and connectionFailed().
  */
 class CommandSender : public QObject
 {
@@ -97,8 +119,18 @@ public:
     static QString newRequestId();
     //! Waits for \a requestId; after shutDown() the waiter fails at once with 43.
     void addWaiter(const QString &requestId, RequestWaiter *waiter);
-    //! The waiter is done: its request is withdrawn if still queued, else its reply will be dropped.
-    void removeWaiter(const QString &requestId);
+    //! Announces requestFailed() should \a requestId end without a reply; register before sending.
+    void expectReply(const QString &requestId);
+
+    //! What becomes of a request on the wire whose waiter gives up.
+    enum class GiveUp {
+        ResetLine, //!< it is overdue: the line is reset, as the watchdog would
+        KeepLine, //!< the caller lost interest: its reply, when it comes, is dropped
+    };
+    //! The waiter is done: its request is withdrawn if still queued, else handled as \a giveUp says.
+    void removeWaiter(const QString &requestId, GiveUp giveUp = GiveUp::ResetLine);
+    //! A plain account of \a failure for people, naming the server and what to do.
+    QString failureText(RequestFailure failure) const;
     //! Fails every waiter with 43 and every later one at once; for the client's destructor.
     void shutDown();
 
@@ -134,8 +166,15 @@ public:
 
 Q_SIGNALS:
     void finished();
+    //! The client is connected once the server has named its storage directory \a basePath.
     void connected(QString basePath);
+    //! Only after connected().
     void disconnected();
+    void stateChanged(Kavro::KavroClient::State state);
+    //! A connection attempt failed or a connection was lost, in plain words.
+    void connectionFailed(int error, QString text);
+    //! A request announced through expectReply() ended without a reply.
+    void requestFailed(QString requestId, int error, QString errorString);
     void createFileGroupReply(QString guid, QString pathToUse);
     void createRovecFileGroupReply(QString guid, QString path, int error, QString errorString);
     void addFileReply(QString requestId, uint fileId);
@@ -175,6 +214,8 @@ public Q_SLOTS:
 
 private Q_SLOTS:
     void replyOverdue(const QString &requestId);
+    void socketFailed(QAbstractSocket::SocketError error, const QString &text);
+    void messageRefused(qint64 size);
 
 private:
     friend struct ReplyHandler;
@@ -184,11 +225,34 @@ private:
     QString sendIfConnected(const KavroClientSOAPMessage &message, const std::function<QString()> &trace = {});
     void sendGetBasePath();
     void notifyWaiter(const SoapMessage &reply, int error, const QString &errorString);
+    //! False when the waiter of \a requestId keeps its reply to itself.
+    bool announced(const QString &requestId);
     //! True, and traced, for the reply to a request whose waiter gave up.
     bool dropLateReply(const QString &requestId);
-    //! Fails every waiter with \a error and forgets them all; their queued requests are withdrawn.
-    void failAllWaiters(int error);
+    //! Fails every waiter and forgets them all; their queued requests are withdrawn.
+    void failAllWaiters(RequestFailure failure);
     void handleBasePath(const QString &path);
+    void setState(KavroClient::State state);
+    //! Reports a failure of the connection, each distinct one once until the client is connected again.
+    void reportConnectionFailure(int error, const QString &text);
+    //! The peer answered the first request with something other than the protocol: reconnect later.
+    void refusePeer(const QString &detail);
+    QString serverName() const;
+
+    //! The dispatcher's own waiter for asynchronous requests: it announces their failures.
+    class FailureAnnouncer : public RequestWaiter
+    {
+    public:
+        explicit FailureAnnouncer(CommandSender *sender)
+            : m_sender(sender)
+        {
+        }
+        bool requestHandled(const SoapMessage &, int, const QString &) override { return true; }
+        void requestFailed(const QString &requestId, RequestFailure failure) override;
+
+    private:
+        CommandSender *const m_sender;
+    };
 
     const QString m_host;
     const quint16 m_port;
@@ -202,6 +266,9 @@ private:
     int m_replyTimeout = 30000;
     std::atomic<bool> m_connected{false};
     std::atomic<int> m_lastError{NoError};
+    KavroClient::State m_state = KavroClient::Unconnected;
+    QString m_lastFailure; // the connection failure reported last, until the client is connected again
+    FailureAnnouncer m_announcer{this};
 
     struct Waiting {
         RequestWaiter *waiter; // null once the waiter gave up on a request that had gone out

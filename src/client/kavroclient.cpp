@@ -8,6 +8,7 @@
 
 #include "asynchandler_p.h"
 #include "commandsender_p.h"
+#include "kavroreply_p.h"
 #include "settings_p.h"
 #include "trace_p.h"
 
@@ -35,13 +36,6 @@ QString joined(const QStringList &entries)
     for (const QString &entry : entries)
         text += QStringLiteral("%1 ;").arg(entry);
     return text;
-}
-
-// The sender keeps list results as one text: empty means none, else split at "|" with empty parts kept.
-QStringList listResult(const QStringList &entries)
-{
-    const QString text = entries.join(QLatin1Char('|'));
-    return text.isEmpty() ? QStringList() : text.split(QLatin1Char('|'), Qt::KeepEmptyParts, Qt::CaseSensitive);
 }
 
 // The file name sent for a path: after the last native separator, else after the last '/'.
@@ -201,13 +195,15 @@ void KavroClient::ClientConfig::setAvailable(bool available)
 // KavroClientPrivate
 
 KavroClientPrivate::KavroClientPrivate(KavroClient *owner)
-    : owner(owner)
+    : link(std::make_shared<SenderLink>())
+    , owner(owner)
     , m_serial(s_nextSerial.fetch_add(1))
 {
     KavroClient::ClientConfig::instance();
     qRegisterMetaType<FileGroupData>("Kavro::FileGroupData");
     qRegisterMetaType<QList<FileGroupData>>("QList<Kavro::FileGroupData>");
     qRegisterMetaType<FileType>("FileType");
+    qRegisterMetaType<KavroClient::State>("Kavro::KavroClient::State");
     senderThread.setObjectName(QStringLiteral("commandSenderThread"));
     const QMutexLocker locker(&s_liveClientsMutex);
     s_liveClients.insert(m_serial);
@@ -247,9 +243,14 @@ void KavroClientPrivate::stopSender()
         const QMutexLocker locker(&m_stateMutex);
         m_stopping = true;
     }
+    m_stateChanged.wakeAll();
     if (sender) {
         // Waiting calls fail at once; the dispatcher stays until the last of them has left.
         sender->shutDown();
+        {
+            const QMutexLocker locker(&link->mutex);
+            link->sender = nullptr;
+        }
         const QMutexLocker locker(&m_stateMutex);
         while (m_operations > 0)
             m_operationsDone.wait(&m_stateMutex);
@@ -272,6 +273,7 @@ void KavroClientPrivate::startSender(QString application, const QString &user, c
             || q->isSignalConnected(QMetaMethod::fromSignal(&KavroClient::QueryFileGroupRecordsSg));
     });
     sender->moveToThread(&senderThread);
+    link->sender = sender;
     connectSignals();
     QObject::connect(&senderThread, &QThread::finished, sender, &QObject::deleteLater);
     senderThread.start(QThread::InheritPriority);
@@ -283,8 +285,28 @@ void KavroClientPrivate::connectSignals()
     using C = CommandSender;
     using K = KavroClient;
     KavroClient *q = owner;
+    // The state is kept as the dispatcher sees it, for callers without an event loop; the signals follow
+    // on the client's thread.
+    QObject::connect(
+        sender, &C::connected, sender,
+        [this](const QString &basePath) {
+            setState(KavroClient::Connected, basePath);
+        },
+        Qt::DirectConnection);
+    QObject::connect(
+        sender, &C::stateChanged, sender,
+        [this](KavroClient::State state) {
+            if (state != KavroClient::Connected)
+                setState(state);
+        },
+        Qt::DirectConnection);
+    QObject::connect(sender, &C::stateChanged, q, &K::stateChanged);
     QObject::connect(sender, &C::connected, q, &K::SlotConnected);
     QObject::connect(sender, &C::disconnected, q, &K::SlotDisconnected);
+    QObject::connect(sender, &C::connectionFailed, q, [q](int error, const QString &text) {
+        Q_EMIT q->errorOccurred(static_cast<KavroError>(error), text);
+    });
+    QObject::connect(sender, &C::requestFailed, q, &K::requestFailed);
     QObject::connect(sender, &C::createFileGroupReply, q, &K::EmitCreateFileGroupSg);
     QObject::connect(sender, &C::createRovecFileGroupReply, q, &K::CreateRovecFileGroupSg);
     QObject::connect(sender, &C::addFileReply, q, &K::EmitAddFileSg);
@@ -347,14 +369,26 @@ QString KavroClientPrivate::storageDirectory() const
     return m_storageDirectory;
 }
 
-void KavroClientPrivate::setConnected(bool isConnected, const QString &directory)
+void KavroClientPrivate::setState(KavroClient::State state, const QString &directory)
 {
-    {
-        const QMutexLocker locker(&m_stateMutex);
-        if (isConnected)
-            m_storageDirectory = directory;
-    }
-    connected.store(isConnected);
+    const QMutexLocker locker(&m_stateMutex);
+    m_state = state;
+    if (state == KavroClient::Connected)
+        m_storageDirectory = directory;
+    m_stateChanged.wakeAll();
+}
+
+KavroClient::State KavroClientPrivate::state() const
+{
+    const QMutexLocker locker(&m_stateMutex);
+    return m_state;
+}
+
+bool KavroClientPrivate::waitForConnected(QDeadlineTimer deadline)
+{
+    const QMutexLocker locker(&m_stateMutex);
+    while (m_state != KavroClient::Connected && !m_stopping && m_stateChanged.wait(&m_stateMutex, deadline)) { }
+    return m_state == KavroClient::Connected && !m_stopping;
 }
 
 bool KavroClientPrivate::begin(const char *operation, const Operation &operationScope)
@@ -382,19 +416,56 @@ void KavroClientPrivate::traceEnd(const char *operation) const
     KAVRO_TRACE_INFO(trace(operation, "End (%1)").arg(error()));
 }
 
+QString KavroClientPrivate::newTrackedRequest()
+{
+    const QString requestId = CommandSender::newRequestId();
+    sender->expectReply(requestId);
+    return requestId;
+}
+
 QString KavroClientPrivate::runAsync(const char *operation, const QString &arguments,
-                                     const std::function<QString()> &send)
+                                     const std::function<QString(const QString &)> &send, Tracking tracking)
 {
     const Operation scope(this);
     if (!begin(operation, scope))
         return QString();
     traceStart(operation, arguments);
     // A request method sends nothing only when the connection is gone.
-    const QString requestId = send();
+    const QString requestId = send(tracking == Tracking::AnnounceFailure ? newTrackedRequest() : QString());
     if (requestId.isEmpty())
         setError(ErrorNotConnected);
     traceEnd(operation);
     return requestId;
+}
+
+KavroReply *KavroClientPrivate::request(const char *operation, const QString &arguments,
+                                        const std::function<QString(const QString &)> &send,
+                                        const std::function<bool(KavroReplyPrivate &)> &prepare)
+{
+    auto *reply = new KavroReply(CommandSender::newRequestId());
+    KavroReplyPrivate &state = *reply->d;
+    state.link = link;
+    state.dispatcher = sender;
+    const auto notSent = [&] {
+        state.finishLater(ErrorNotConnected,
+                          sender ? sender->failureText(RequestFailure::NotSent)
+                                 : QStringLiteral("no archive server is configured: set ServerHost in the section "
+                                                  "[KAVRO] of the settings"));
+    };
+    const Operation scope(this);
+    if (!begin(operation, scope)) {
+        notSent();
+        return reply;
+    }
+    traceStart(operation, arguments);
+    if (!prepare || prepare(state)) {
+        sender->addWaiter(state.requestId, &state);
+        // Nothing went out only when the connection is gone; the dispatcher has forgotten the waiter then.
+        if (send(state.requestId).isEmpty())
+            notSent();
+    }
+    traceEnd(operation);
+    return reply;
 }
 
 bool KavroClientPrivate::runBlocking(const char *operation, AsyncHandler &handler,
@@ -486,7 +557,8 @@ QString KavroClientPrivate::createFileGroup(bool blocking, const QString &versio
                 removeCreatedDirectories(localPath, firstCreated);
             }
         } else {
-            created = !send(QString()).isEmpty();
+            const QString requestId = newTrackedRequest();
+            created = !send(requestId).isEmpty();
             if (!created)
                 setError(ErrorNotConnected);
         }
@@ -512,10 +584,10 @@ QString KavroClientPrivate::createRovecFileGroup(const QString &subsystem, const
     if (localPath.isEmpty()) {
         setError(ErrorCreatePath);
     } else {
-        sent =
-            !sender
-                 ->CreateRovecFileGroup(subsystem, rovecId, recordId, detail, comment, user, fileType, localPath, guid)
-                 .isEmpty();
+        sent = !sender
+                    ->CreateRovecFileGroup(subsystem, rovecId, recordId, detail, comment, user, fileType, localPath,
+                                           guid, newTrackedRequest())
+                    .isEmpty();
         if (!sent)
             setError(ErrorNotConnected);
     }
@@ -547,12 +619,33 @@ QString KavroClientPrivate::addFile(bool blocking, const QString &path, const QS
                 KAVRO_TRACE_WARNING(trace(operation, "error (%1)").arg(handler.error()));
         }
     } else {
-        requestId = sender->AddFile(guid, name, static_cast<quint32>(fileId));
+        requestId = sender->AddFile(guid, name, static_cast<quint32>(fileId), newTrackedRequest());
         if (requestId.isEmpty())
             setError(ErrorNotConnected);
     }
     traceEnd(operation);
     return requestId;
+}
+
+bool KavroClientPrivate::prepareGroupDirectory(KavroReplyPrivate &reply, const QString &guid, const QString &name,
+                                               QString *localPath)
+{
+    QString firstCreated;
+    *localPath = storagePath(guid, name, &firstCreated);
+    if (localPath->isEmpty()) {
+        reply.finishLater(ErrorCreatePath,
+                          QStringLiteral("cannot create the directory of the group \"%1\" inside the "
+                                         "server's storage directory \"%2\"")
+                              .arg(name, storageDirectory()));
+        return false;
+    }
+    reply.guid = guid;
+    reply.path = *localPath;
+    // Refused by the server: the directory made for the group goes again.
+    reply.onFailure = [path = *localPath, firstCreated] {
+        removeCreatedDirectories(path, firstCreated);
+    };
+    return true;
 }
 
 // KavroClient
@@ -627,7 +720,19 @@ unsigned short KavroClient::GetPort() const
 
 bool KavroClient::IsConnected() const
 {
-    return IsKavroAvailable() && d->sender && d->sender->CheckIsConnected() && d->connected.load();
+    return IsKavroAvailable() && d->sender && d->sender->CheckIsConnected() && d->state() == Connected;
+}
+
+KavroClient::State KavroClient::state() const
+{
+    return d->state();
+}
+
+bool KavroClient::waitForConnected(int msecs)
+{
+    if (!IsKavroAvailable() || !d->sender)
+        return false;
+    return d->waitForConnected(msecs < 0 ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(msecs));
 }
 
 void KavroClient::Reconnect()
@@ -664,7 +769,6 @@ QString KavroClient::GetErrorString()
 
 void KavroClient::SlotConnected(QString storageDirectory)
 {
-    d->setConnected(true, storageDirectory);
     if (storageDirectory.isEmpty() || !QDir(storageDirectory).exists())
         KAVRO_TRACE_WARNING(QStringLiteral("Directory does not exist: ") + storageDirectory);
     Q_EMIT connected();
@@ -672,7 +776,6 @@ void KavroClient::SlotConnected(QString storageDirectory)
 
 void KavroClient::SlotDisconnected()
 {
-    d->setConnected(false, QString());
     Q_EMIT disconnected();
 }
 
@@ -703,8 +806,8 @@ QString KavroClient::AddFileAsync(const QString &path, const QString &guid, int 
 
 void KavroClient::AddReference(const QString &guid)
 {
-    d->runAsync("AddReference", guid, [&] {
-        return d->sender->AddReference(guid, d->sender->GetApplication());
+    d->runAsync("AddReference", guid, [&](const QString &id) {
+        return d->sender->AddReference(guid, d->sender->GetApplication(), id);
     });
 }
 
@@ -715,8 +818,8 @@ void KavroClient::AddReference(const KavroUrl &url)
 
 void KavroClient::RemoveReference(const QString &guid)
 {
-    d->runAsync("RemoveReference", guid, [&] {
-        return d->sender->RemoveReference(guid, d->sender->GetApplication());
+    d->runAsync("RemoveReference", guid, [&](const QString &id) {
+        return d->sender->RemoveReference(guid, d->sender->GetApplication(), id);
     });
 }
 
@@ -727,8 +830,8 @@ void KavroClient::RemoveReference(const KavroUrl &url)
 
 void KavroClient::RemoveAllReferences(const QString &guid)
 {
-    d->runAsync("RemoveAllReferences", guid, [&] {
-        return d->sender->RemoveAllReferences(guid, d->sender->GetApplication());
+    d->runAsync("RemoveAllReferences", guid, [&](const QString &id) {
+        return d->sender->RemoveAllReferences(guid, d->sender->GetApplication(), id);
     });
 }
 
@@ -739,15 +842,15 @@ void KavroClient::RemoveAllReferences(const KavroUrl &url)
 
 QString KavroClient::CheckFileGroupExists(const QString &guid)
 {
-    return d->runAsync("CheckFileGroupExists", guid, [&] {
-        return d->sender->CheckFileGroupExists(guid);
+    return d->runAsync("CheckFileGroupExists", guid, [&](const QString &id) {
+        return d->sender->CheckFileGroupExists(guid, id);
     });
 }
 
 void KavroClient::CloseFile(unsigned int fileId, const QString &guid)
 {
-    d->runAsync("CloseFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&] {
-        return d->sender->CloseFile(guid, fileId);
+    d->runAsync("CloseFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&](const QString &id) {
+        return d->sender->CloseFile(guid, fileId, id);
     });
 }
 
@@ -795,15 +898,15 @@ QString KavroClient::CreateRovecFileGroupAsync(const QString &rovecId, const QSt
 
 QString KavroClient::DeleteFileGroupAsync(const QString &guid)
 {
-    return d->runAsync("DeleteFileGroup", guid, [&] {
-        return d->sender->DeleteFileGroup(guid, false);
+    return d->runAsync("DeleteFileGroup", guid, [&](const QString &id) {
+        return d->sender->DeleteFileGroup(guid, false, id);
     });
 }
 
 QString KavroClient::DeleteFileName(unsigned int fileId, const QString &guid)
 {
-    return d->runAsync("DeleteFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&] {
-        return d->sender->DeleteFile(guid, fileId);
+    return d->runAsync("DeleteFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&](const QString &id) {
+        return d->sender->DeleteFile(guid, fileId, id);
     });
 }
 
@@ -814,15 +917,15 @@ QString KavroClient::DeleteFileName(const KavroUrl &url)
 
 QString KavroClient::ExportArchiveAsync(const QStringList &guids, const QString &target)
 {
-    return d->runAsync("ExportArchive", QStringLiteral("%1, %2").arg(joined(guids), target), [&] {
-        return d->sender->ExportArchive(target, guids);
+    return d->runAsync("ExportArchive", QStringLiteral("%1, %2").arg(joined(guids), target), [&](const QString &id) {
+        return d->sender->ExportArchive(target, guids, id);
     });
 }
 
 QString KavroClient::ImportArchiveAsync(const QStringList &paths)
 {
-    return d->runAsync("ImportArchive", joined(paths), [&] {
-        return d->sender->ImportArchive(paths);
+    return d->runAsync("ImportArchive", joined(paths), [&](const QString &id) {
+        return d->sender->ImportArchive(paths, id);
     });
 }
 
@@ -835,8 +938,8 @@ QStringList KavroClient::GetApplicationList()
 
 QString KavroClient::GetApplicationListAsync()
 {
-    return d->runAsync("GetApplicationList", QString(), [&] {
-        return d->sender->GetApplicationList();
+    return d->runAsync("GetApplicationList", QString(), [&](const QString &id) {
+        return d->sender->GetApplicationList(id);
     });
 }
 
@@ -849,8 +952,8 @@ QStringList KavroClient::GetUserList()
 
 QString KavroClient::GetUserListAsync()
 {
-    return d->runAsync("GetUserList", QString(), [&] {
-        return d->sender->GetUserList();
+    return d->runAsync("GetUserList", QString(), [&](const QString &id) {
+        return d->sender->GetUserList(id);
     });
 }
 
@@ -868,8 +971,8 @@ QStringList KavroClient::GetFileList(const KavroUrl &url)
 
 QString KavroClient::GetFileListAsync(const QString &guid)
 {
-    return d->runAsync("GetFileList", guid, [&] {
-        return d->sender->GetFileList(guid);
+    return d->runAsync("GetFileList", guid, [&](const QString &id) {
+        return d->sender->GetFileList(guid, id);
     });
 }
 
@@ -900,8 +1003,8 @@ QList<FileGroupData> KavroClient::QueryFileGroups(const FileQuery &query)
 
 QString KavroClient::QueryFilesAsync(const FileQuery &query)
 {
-    return d->runAsync("QueryFiles", QString(), [&] {
-        return d->sender->QueryFileGroups(query);
+    return d->runAsync("QueryFiles", QString(), [&](const QString &id) {
+        return d->sender->QueryFileGroups(query, id);
     });
 }
 
@@ -915,22 +1018,22 @@ FileGroupData KavroClient::QueryMetaData(const QString &guid, const QString &app
 
 QString KavroClient::QueryMetaDataAsync(const QString &guid, const QString &application)
 {
-    return d->runAsync("QueryMetaData", guid, [&] {
-        return d->sender->QueryMetaData(guid, application);
+    return d->runAsync("QueryMetaData", guid, [&](const QString &id) {
+        return d->sender->QueryMetaData(guid, application, id);
     });
 }
 
 QString KavroClient::QueryLocationStateProgress(const QString &guid)
 {
-    return d->runAsync("QueryLocationStateProgress", guid, [&] {
-        return d->sender->QueryLocationStateProgress(guid);
+    return d->runAsync("QueryLocationStateProgress", guid, [&](const QString &id) {
+        return d->sender->QueryLocationStateProgress(guid, id);
     });
 }
 
 QString KavroClient::MoveToNas(const QString &guid)
 {
-    return d->runAsync("MoveToNas", guid, [&] {
-        return d->sender->MoveToNas(guid);
+    return d->runAsync("MoveToNas", guid, [&](const QString &id) {
+        return d->sender->MoveToNas(guid, id);
     });
 }
 
@@ -947,9 +1050,12 @@ void KavroClient::MoveToNasSync(const QString &guid)
         return;
     d->traceStart(operation, guid);
     AsyncHandler handler(d->sender, ClientConfig::instance().replyTimeout());
-    const QString requestId = d->runAsync(operation, guid, [&] {
-        return d->sender->MoveToNas(guid, handler.requestId());
-    });
+    const QString requestId = d->runAsync(
+        operation, guid,
+        [&](const QString &) {
+            return d->sender->MoveToNas(guid, handler.requestId());
+        },
+        KavroClientPrivate::Tracking::None);
     if (!requestId.isEmpty()) {
         const bool handled = handler.wait(requestId);
         d->setError(handler.error());
@@ -985,8 +1091,8 @@ QString KavroClient::RequestFile(const KavroUrl &url, LockState lockState)
 
 QString KavroClient::RequestFileAsync(unsigned int fileId, const QString &guid, LockState lockState)
 {
-    return d->runAsync("RequestFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&] {
-        return d->sender->RequestFile(guid, fileId, lockState);
+    return d->runAsync("RequestFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&](const QString &id) {
+        return d->sender->RequestFile(guid, fileId, lockState, id);
     });
 }
 
@@ -1015,15 +1121,188 @@ bool KavroClient::IsValidURL(const KavroUrl &url)
 
 QString KavroClient::RegisterConverterAsync(const QString &converterId, const QVector<FileType> &fileTypes)
 {
-    return d->runAsync("RegisterConverter", converterId, [&] {
-        return d->sender->RegisterConverter(converterId, fileTypes);
+    return d->runAsync("RegisterConverter", converterId, [&](const QString &id) {
+        return d->sender->RegisterConverter(converterId, fileTypes, id);
     });
 }
 
 void KavroClient::AnswerConvertFileGroup(const QString &guid, KavroError error, const QString &errorString)
 {
-    d->runAsync("AnswerConvertFileGroup", guid, [&] {
-        return d->sender->ConvertFileGroupReply(guid, error, errorString);
+    d->runAsync(
+        "AnswerConvertFileGroup", guid,
+        [&](const QString &) {
+            return d->sender->ConvertFileGroupReply(guid, error, errorString);
+        },
+        KavroClientPrivate::Tracking::None);
+}
+
+// Reply objects
+
+KavroReply *KavroClient::AddFileRequest(const QString &path, const QString &guid)
+{
+    return d->request("AddFileHelper", QStringLiteral("%1, %2").arg(path, guid), [&](const QString &id) {
+        return d->sender->AddFile(guid, fileNameOf(path), 0, id);
+    });
+}
+
+KavroReply *KavroClient::AddReferenceRequest(const QString &guid)
+{
+    return d->request("AddReference", guid, [&](const QString &id) {
+        return d->sender->AddReference(guid, d->sender->GetApplication(), id);
+    });
+}
+
+KavroReply *KavroClient::RemoveReferenceRequest(const QString &guid)
+{
+    return d->request("RemoveReference", guid, [&](const QString &id) {
+        return d->sender->RemoveReference(guid, d->sender->GetApplication(), id);
+    });
+}
+
+KavroReply *KavroClient::RemoveAllReferencesRequest(const QString &guid)
+{
+    return d->request("RemoveAllReferences", guid, [&](const QString &id) {
+        return d->sender->RemoveAllReferences(guid, d->sender->GetApplication(), id);
+    });
+}
+
+KavroReply *KavroClient::CheckFileGroupExistsRequest(const QString &guid)
+{
+    return d->request("CheckFileGroupExists", guid, [&](const QString &id) {
+        return d->sender->CheckFileGroupExists(guid, id);
+    });
+}
+
+KavroReply *KavroClient::CloseFileRequest(unsigned int fileId, const QString &guid)
+{
+    return d->request("CloseFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&](const QString &id) {
+        return d->sender->CloseFile(guid, fileId, id);
+    });
+}
+
+KavroReply *KavroClient::CreateFileGroupRequest(const QString &version, const QDateTime &lifeCycle,
+                                                const QString &detail, const QString &comment, FileType fileType,
+                                                quint64 reservedStorage, const QString &name, const QString &guid)
+{
+    const QString groupGuid = guid.isEmpty() ? CreateGuid() : guid;
+    QString localPath;
+    return d->request(
+        "CreateFileGroupHelper", QStringLiteral("%1, %2").arg(groupGuid, name),
+        [&](const QString &id) {
+            return d->sender->CreateFileGroup(version, lifeCycle, detail, comment, fileType, reservedStorage, name,
+                                              groupGuid, localPath, id);
+        },
+        [&](KavroReplyPrivate &reply) {
+            return d->prepareGroupDirectory(reply, groupGuid, name, &localPath);
+        });
+}
+
+KavroReply *KavroClient::CreateRovecFileGroupRequest(const QString &subsystem, const QString &rovecId,
+                                                     const QString &recordId, const QString &detail,
+                                                     const QString &comment, const QString &user, FileType fileType,
+                                                     const QString &guid)
+{
+    const QString groupGuid = guid.isEmpty() ? CreateGuid() : guid;
+    QString localPath;
+    return d->request(
+        "CreateRovecFileGroupHelper", QStringLiteral("%1, %2, %3").arg(subsystem, rovecId, recordId),
+        [&](const QString &id) {
+            return d->sender->CreateRovecFileGroup(subsystem, rovecId, recordId, detail, comment, user, fileType,
+                                                   localPath, groupGuid, id);
+        },
+        [&](KavroReplyPrivate &reply) {
+            return d->prepareGroupDirectory(reply, groupGuid, recordId, &localPath);
+        });
+}
+
+KavroReply *KavroClient::DeleteFileGroupRequest(const QString &guid, bool shallow)
+{
+    return d->request("DeleteFileGroup", guid, [&](const QString &id) {
+        return d->sender->DeleteFileGroup(guid, shallow, id);
+    });
+}
+
+KavroReply *KavroClient::DeleteFileNameRequest(unsigned int fileId, const QString &guid)
+{
+    return d->request("DeleteFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&](const QString &id) {
+        return d->sender->DeleteFile(guid, fileId, id);
+    });
+}
+
+KavroReply *KavroClient::ExportArchiveRequest(const QStringList &guids, const QString &target)
+{
+    return d->request("ExportArchive", QStringLiteral("%1, %2").arg(joined(guids), target), [&](const QString &id) {
+        return d->sender->ExportArchive(target, guids, id);
+    });
+}
+
+KavroReply *KavroClient::ImportArchiveRequest(const QStringList &paths)
+{
+    return d->request("ImportArchive", joined(paths), [&](const QString &id) {
+        return d->sender->ImportArchive(paths, id);
+    });
+}
+
+KavroReply *KavroClient::GetApplicationListRequest()
+{
+    return d->request("GetApplicationList", QString(), [&](const QString &id) {
+        return d->sender->GetApplicationList(id);
+    });
+}
+
+KavroReply *KavroClient::GetUserListRequest()
+{
+    return d->request("GetUserList", QString(), [&](const QString &id) {
+        return d->sender->GetUserList(id);
+    });
+}
+
+KavroReply *KavroClient::GetFileListRequest(const QString &guid)
+{
+    return d->request("GetFileList", guid, [&](const QString &id) {
+        return d->sender->GetFileList(guid, id);
+    });
+}
+
+KavroReply *KavroClient::QueryFilesRequest(const FileQuery &query)
+{
+    return d->request("QueryFiles", QString(), [&](const QString &id) {
+        return d->sender->QueryFileGroups(query, id);
+    });
+}
+
+KavroReply *KavroClient::QueryMetaDataRequest(const QString &guid, const QString &application)
+{
+    return d->request("QueryMetaData", guid, [&](const QString &id) {
+        return d->sender->QueryMetaData(guid, application, id);
+    });
+}
+
+KavroReply *KavroClient::QueryLocationStateProgressRequest(const QString &guid)
+{
+    return d->request("QueryLocationStateProgress", guid, [&](const QString &id) {
+        return d->sender->QueryLocationStateProgress(guid, id);
+    });
+}
+
+KavroReply *KavroClient::MoveToNasRequest(const QString &guid)
+{
+    return d->request("MoveToNas", guid, [&](const QString &id) {
+        return d->sender->MoveToNas(guid, id);
+    });
+}
+
+KavroReply *KavroClient::RequestFileRequest(unsigned int fileId, const QString &guid, LockState lockState)
+{
+    return d->request("RequestFile", QStringLiteral("%1, %2").arg(guid).arg(fileId), [&](const QString &id) {
+        return d->sender->RequestFile(guid, fileId, lockState, id);
+    });
+}
+
+KavroReply *KavroClient::RegisterConverterRequest(const QString &converterId, const QVector<FileType> &fileTypes)
+{
+    return d->request("RegisterConverter", converterId, [&](const QString &id) {
+        return d->sender->RegisterConverter(converterId, fileTypes, id);
     });
 }
 

@@ -5,8 +5,10 @@
 
 #include <kavro/kavroclient.h>
 
+#include "commandsender_p.h"
 #include "soapmessage_p.h"
 
+#include <QDeadlineTimer>
 #include <QMutex>
 #include <QThread>
 #include <QWaitCondition>
@@ -19,7 +21,8 @@ namespace Kavro
 {
 
 class AsyncHandler;
-class CommandSender;
+class KavroReplyPrivate;
+struct SenderLink;
 
 /*!
  * \brief The connection settings shared by every client of the process.
@@ -97,8 +100,28 @@ public:
     bool begin(const char *operation, const Operation &operationScope);
     void traceStart(const char *operation, const QString &arguments) const;
     void traceEnd(const char *operation) const;
-    //! An asynchronous operation: \a send gets no request id of its own and returns the one it made.
-    QString runAsync(const char *operation, const QString &arguments, const std::function<QString()> &send);
+    //! How an asynchronous request is followed.
+    enum class Tracking {
+        AnnounceFailure, //!< requestFailed() tells when it ends without a reply
+        None, //!< it expects no reply, or someone else waits for it
+    };
+    //! A new request id whose failure requestFailed() will announce.
+    QString newTrackedRequest();
+    /*!
+     * An asynchronous operation: \a send sends with the request id it is given,
+     * or, with Tracking::None, with one of its own; returns the id sent.
+     */
+    QString runAsync(const char *operation, const QString &arguments,
+                     const std::function<QString(const QString &)> &send,
+                     Tracking tracking = Tracking::AnnounceFailure);
+    /*!
+     * A reply-object operation: \a send sends with the request id it is
+     * given. Made ready by \a prepare (false: the reply has been finished
+     * with an error already).
+     */
+    KavroReply *request(const char *operation, const QString &arguments,
+                        const std::function<QString(const QString &)> &send,
+                        const std::function<bool(KavroReplyPrivate &)> &prepare = {});
     /*!
      * A blocking operation: \a send sends with the given request id; true when the
      * reply came in time, with \a handler holding it. Traces "AsyncHandler failed".
@@ -110,6 +133,8 @@ public:
      * the outermost directory made for it.
      */
     QString storagePath(const QString &guid, const QString &name, QString *firstCreated);
+    //! Makes the local directory of a new group for \a reply, or finishes it with ErrorCreatePath.
+    bool prepareGroupDirectory(KavroReplyPrivate &reply, const QString &guid, const QString &name, QString *localPath);
     QString createFileGroup(bool blocking, const QString &version, const QDateTime &lifeCycle, const QString &detail,
                             const QString &comment, FileType fileType, quint64 reservedStorage, const QString &name,
                             QString &localPath, const QString &guid);
@@ -132,17 +157,22 @@ public:
     void connectSignals();
 
     QString storageDirectory() const;
-    void setConnected(bool connected, const QString &storageDirectory);
+    //! Told on the dispatcher's thread, as it happens, so that waiters without an event loop hear of it.
+    void setState(KavroClient::State state, const QString &storageDirectory = QString());
+    KavroClient::State state() const;
+    bool waitForConnected(QDeadlineTimer deadline);
 
     bool explicitIdentity = false;
     CommandSender *sender = nullptr;
+    const std::shared_ptr<SenderLink> link;
     KavroClient *const owner;
-    std::atomic<bool> connected{false};
     QThread senderThread;
 
 private:
     mutable QMutex m_stateMutex;
     QString m_storageDirectory;
+    KavroClient::State m_state = KavroClient::Unconnected;
+    QWaitCondition m_stateChanged;
     QWaitCondition m_operationsDone;
     int m_operations = 0;
     bool m_stopping = false;

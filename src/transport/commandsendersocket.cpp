@@ -140,6 +140,7 @@ void CommandSenderSocket::sl_connect()
         connect(m_socket, &QTcpSocket::stateChanged, this, &CommandSenderSocket::sl_stateChanged);
     }
     ++m_connectAttempts;
+    Q_EMIT si_connecting();
     m_socket->connectToHost(m_host, m_port, QIODevice::ReadWrite);
     if (!m_socket) {
         // An error signalled during the call has torn the socket down already.
@@ -185,11 +186,13 @@ void CommandSenderSocket::sl_disconnected()
 
 void CommandSenderSocket::sl_handleTcpError(QAbstractSocket::SocketError error)
 {
-    Q_UNUSED(error)
+    const QString text = m_socket ? m_socket->errorString() : QString();
     if (m_socket && m_socket->error() != m_lastSocketError) {
         m_lastSocketError = m_socket->error();
-        KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::HandleTcpError: %1").arg(m_socket->errorString()));
+        KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::HandleTcpError: %1").arg(text));
     }
+    // Told before the connection goes, so a failure is told apart from the loss it causes.
+    Q_EMIT si_socketError(error, text);
     tearDown();
 }
 
@@ -206,7 +209,14 @@ void CommandSenderSocket::messageTooLarge(qint64 size)
     KAVRO_TRACE_WARNING(QStringLiteral("CommandSenderSocket: refused a message of %1 bytes, more than %2; reconnecting")
                             .arg(size)
                             .arg(m_maxMessageSize));
+    Q_EMIT si_messageRefused(size);
     tearDown();
+}
+
+void CommandSenderSocket::reconnect()
+{
+    if (m_socket)
+        tearDown();
 }
 
 void CommandSenderSocket::tearDown()

@@ -89,6 +89,8 @@ public:
      * it is the request on the wire, the line is reset as the watchdog would.
      */
     void abandonOutstanding(const QString &requestId);
+    //! Drops the connection, with whatever is on the wire, and re-establishes it later.
+    void reconnect();
 
 Q_SIGNALS:
     void si_newMessage(QByteArray message);
@@ -96,6 +98,12 @@ Q_SIGNALS:
     void si_disconnected();
     //! The reply to \a requestId is overdue; the connection is re-established right after.
     void si_replyOverdue(QString requestId);
+    //! A connection attempt begins.
+    void si_connecting();
+    //! The connection, or the attempt to make one, failed with \a error; \a text is the system's account.
+    void si_socketError(QAbstractSocket::SocketError error, QString text);
+    //! A message of \a size bytes was refused as too large; the connection is re-established.
+    void si_messageRefused(qint64 size);
 
 public Q_SLOTS:
     void sl_sendMessage(QByteArray message);

@@ -99,6 +99,10 @@ private Q_SLOTS:
     void memoryBoundedPerConnection();
     void destroyedInEveryState_data();
     void destroyedInEveryState();
+    void stateFollowsTheConnection();
+    void peersThatAreNoArchive_data();
+    void peersThatAreNoArchive();
+    void waitForConnectedWithoutEventLoop();
 
 private:
     std::unique_ptr<FakeArchive> m_env;
@@ -615,6 +619,112 @@ void tst_KavroClient::destroyedInEveryState()
             QCOMPARE(capture.texts().count(QStringLiteral("KavroClient::GetUserList: End (43)")), round + 1);
         }
     }
+}
+
+void tst_KavroClient::stateFollowsTheConnection()
+{
+    const quint16 port = m_env->server.port();
+    m_env->server.close();
+    KavroClient client;
+    QSignalSpy states(&client, &KavroClient::stateChanged);
+    QSignalSpy errors(&client, &KavroClient::errorOccurred);
+    QSignalSpy connects(&client, &KavroClient::connected);
+    QSignalSpy disconnects(&client, &KavroClient::disconnected);
+    QTRY_COMPARE(errors.size(), 1);
+    QCOMPARE(errors.at(0).at(0).value<KavroError>(), ErrorNotConnected);
+    QCOMPARE(errors.at(0).at(1).toString(),
+             QStringLiteral("no archive server answers at 127.0.0.1:%1; is kavro-server running?").arg(port));
+
+    // Refused again and again while the server is away, told once; then connected, lost, connected.
+    QVERIFY(m_env->server.listen(port));
+    QTRY_COMPARE_WITH_TIMEOUT(connects.size(), 1, 10000);
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(disconnects.size(), 0);
+    m_env->server.dropClient();
+    QTRY_COMPARE_WITH_TIMEOUT(connects.size(), 2, 10000);
+    QCOMPARE(disconnects.size(), 1);
+    QCOMPARE(errors.size(), 2);
+    QVERIFY(errors.at(1).at(1).toString().contains(QStringLiteral("was lost")));
+
+    QList<KavroClient::State> seen;
+    for (const QList<QVariant> &change : std::as_const(states)) {
+        const auto state = change.at(0).value<KavroClient::State>();
+        if (seen.isEmpty() || seen.last() != state)
+            seen.append(state);
+    }
+    // Retries while refused alternate the first two; what follows is one connection, its loss and the next.
+    while (seen.size() > 6 && seen.at(0) == KavroClient::Connecting && seen.at(1) == KavroClient::Unconnected)
+        seen.remove(0, 2);
+    const QList<KavroClient::State> expected = {KavroClient::Connecting, KavroClient::Connected,
+                                                KavroClient::Unconnected, KavroClient::Connecting,
+                                                KavroClient::Connected};
+    QCOMPARE(seen.mid(seen.size() - expected.size()), expected);
+}
+
+void tst_KavroClient::peersThatAreNoArchive_data()
+{
+    QTest::addColumn<QString>("peer");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("another protocol") << QStringLiteral("http") << int(ErrorCommunication)
+                                      << QStringLiteral("does not speak the archive protocol");
+    QTest::newRow("another document") << QStringLiteral("html") << int(ErrorCommunication)
+                                      << QStringLiteral("does not speak the archive protocol");
+    QTest::newRow("no answer") << QStringLiteral("silent") << int(ErrorReplyTimeout)
+                               << QStringLiteral("did not answer within 200 ms; is it an archive server?");
+}
+
+void tst_KavroClient::peersThatAreNoArchive()
+{
+    QFETCH(QString, peer);
+    QFETCH(int, error);
+    QFETCH(QString, text);
+
+    m_env->configure("ReplyTimeoutMs=200\n");
+    FakeServer &server = m_env->server;
+    if (peer == QLatin1String("http")) {
+        server.setResponder({});
+        connect(&server, &FakeServer::frameReceived, &server, [&server] {
+            server.sendRaw("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
+        });
+    } else if (peer == QLatin1String("html")) {
+        server.setResponder([](const QByteArray &) {
+            return QList<QByteArray>{"<html><body>Welcome</body></html>"};
+        });
+    } else {
+        server.setSilent(QStringLiteral("GetBasePath"));
+    }
+    KavroClient client;
+    QSignalSpy errors(&client, &KavroClient::errorOccurred);
+    QSignalSpy connects(&client, &KavroClient::connected);
+    QSignalSpy disconnects(&client, &KavroClient::disconnected);
+    QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, 10000);
+    QCOMPARE(errors.at(0).at(0).toInt(), error);
+    QVERIFY2(errors.at(0).at(1).toString().contains(text), qPrintable(errors.at(0).at(1).toString()));
+    // The client keeps trying, and the same failure is not told again.
+    QVERIFY(server.waitForFrames(server.frames().size() + 1));
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(connects.size() + disconnects.size(), 0);
+    QVERIFY(client.state() != KavroClient::Connected);
+}
+
+void tst_KavroClient::waitForConnectedWithoutEventLoop()
+{
+    m_env->server.setReplyFields(QStringLiteral("GetUserList"),
+                                 "<m:Users><m:User>alice</m:User></m:Users><m:Error>0</m:Error>");
+    bool connectedInTime = false;
+    QStringList users;
+    // Made, used and destroyed on a thread that never runs an event loop.
+    std::unique_ptr<QThread> worker(QThread::create([&] {
+        KavroClient client;
+        connectedInTime = client.waitForConnected(10000) && client.IsConnected();
+        users = client.GetUserList();
+    }));
+    worker->start();
+    QTRY_VERIFY_WITH_TIMEOUT(worker->isFinished(), 20000);
+    QVERIFY(connectedInTime);
+    QCOMPARE(users, QStringList{QStringLiteral("alice")});
 }
 
 QTEST_GUILESS_MAIN(tst_KavroClient)
