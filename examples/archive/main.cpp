@@ -13,8 +13,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
-#include <QThread>
-#include <QTimer>
 
 using namespace Kavro;
 
@@ -70,18 +68,16 @@ int main(int argc, char *argv[])
     }
     KavroClient client(arguments.at(1), arguments.at(2).toUShort(), QStringLiteral("kavro-archive"),
                        qEnvironmentVariable("USER"), QString());
+    QObject::connect(&client, &KavroClient::errorOccurred, &app, [](KavroError, const QString &text) {
+        QTextStream(stderr) << text << '\n';
+    });
 
-    // Blocking calls wait for replies that the client's own threads deliver,
-    // so they may run on the main thread; they must not run before connected().
-    int result = 1;
-    QObject::connect(&client, &KavroClient::connected, &app, [&] {
-        result = archive(client, arguments.at(3));
-        app.quit();
-    });
-    QTimer::singleShot(10000, &app, [&] {
+    // Blocking calls wait for replies that the client's own thread delivers, so they may run here,
+    // once the client is connected.
+    if (!client.waitForConnected(10000)) {
+        QCoreApplication::processEvents(); // delivers errorOccurred(): why there is no connection
         QTextStream(stderr) << "no connection to " << arguments.at(1) << ':' << arguments.at(2) << '\n';
-        app.quit();
-    });
-    app.exec();
-    return result;
+        return 3;
+    }
+    return archive(client, arguments.at(3));
 }

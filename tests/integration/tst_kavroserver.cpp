@@ -115,6 +115,14 @@ QString createGroupWithFile(KavroClient &client, const QString &name, FileType t
     return !guid.isEmpty() && writeFile(path, content) && client.AddFile(path, guid) == 1 ? guid : QString();
 }
 
+//! The reply once it has finished, owned by the caller; null when it did not finish in time.
+std::unique_ptr<KavroReply> finished(KavroReply *reply)
+{
+    std::unique_ptr<KavroReply> owned(reply);
+    QSignalSpy done(reply, &KavroReply::finished);
+    return done.wait(Timeout) && done.size() == 1 ? std::move(owned) : nullptr;
+}
+
 } // namespace
 
 class tst_KavroServer : public QObject
@@ -134,6 +142,7 @@ private Q_SLOTS:
     void converter();
     void listsDuringLargeExport();
     void moveToNas();
+    void replyObjects();
 
 private:
     bool startServer(const QStringList &extraArguments = QStringList());
@@ -568,6 +577,47 @@ void tst_KavroServer::moveToNas()
     const QString path = client->RequestFile(1, guid, LockRead);
     QVERIFY2(isInside(path, m_store->filePath(QStringLiteral("nas"))), qPrintable(path));
     QCOMPARE(readFile(path), content);
+}
+
+void tst_KavroServer::replyObjects()
+{
+    QVERIFY(startServer());
+    const auto client = connectClient(m_server->port(), QStringLiteral("alice"));
+    QVERIFY(client);
+    QSignalSpy publicReplies(client.get(), &KavroClient::CreateFileGroupSg);
+
+    const auto created = finished(client->CreateFileGroupRequest(QStringLiteral("1.0"), LifeCycleBase, QString(),
+                                                                 QString(), FileTypeImage, 0, QStringLiteral("scan")));
+    QVERIFY(created && created->error() == NoError);
+    const QString path = QDir(created->path()).filePath(QStringLiteral("page.bin"));
+    QVERIFY(writeFile(path, "page"));
+    const auto added = finished(client->AddFileRequest(path, created->guid()));
+    QVERIFY(added && added->error() == NoError);
+    QCOMPARE(added->fileId(), 1u);
+
+    const auto meta = finished(client->QueryMetaDataRequest(created->guid()));
+    QVERIFY(meta);
+    QCOMPARE(meta->metaData().getFileList(), (FileGroupData::FileList{{QStringLiteral("page.bin"), 1}}));
+    const auto found =
+        finished(client->QueryFilesRequest(with(&FileQuery::SetFileGroupSearchText, QStringLiteral("sc"))));
+    QVERIFY(found);
+    QCOMPARE(found->groups().size(), 1);
+    QCOMPARE(found->groups().at(0).getGuid() + found->groups().at(0).getName(),
+             created->guid() + QStringLiteral("scan"));
+    const auto users = finished(client->GetUserListRequest());
+    QVERIFY(users && users->users().contains(QStringLiteral("alice")));
+    const auto fetched = finished(client->RequestFileRequest(1, created->guid(), LockRead));
+    QVERIFY(fetched);
+    QCOMPARE(readFile(fetched->path()), QByteArray("page"));
+
+    // A refused creation says why in the server's words, and its directory goes again.
+    const auto refused = finished(client->CreateFileGroupRequest(
+        QString(), QDateTime(), QString(), QString(), FileTypeImage, 0, QStringLiteral("again"), created->guid()));
+    QVERIFY(refused);
+    QCOMPARE(refused->error(), ErrorAddFileGroup);
+    QVERIFY(!refused->errorString().isEmpty());
+    QVERIFY(!QFileInfo::exists(QDir(created->path()).filePath(QStringLiteral("../again"))));
+    QCOMPARE(publicReplies.size(), 0);
 }
 
 QTEST_GUILESS_MAIN(tst_KavroServer)
