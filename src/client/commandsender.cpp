@@ -423,17 +423,23 @@ QString CommandSender::failureText(RequestFailure failure) const
 
 void CommandSender::failAllWaiters(RequestFailure failure)
 {
-    // Replies to what went out on this connection cannot come any more, so every entry goes.
+    // Replies to what went out on this connection cannot come any more, so every entry goes; one whose
+    // request is still on its way to the connection stays, marked, so that it is not sent.
     const QMutexLocker locker(&m_waitersMutex);
     CommandSenderSocket *socket = m_socket.load();
-    for (auto waiting = m_waiters.cbegin(); waiting != m_waiters.cend(); ++waiting) {
-        if (!waiting->waiter)
-            continue;
-        if (socket)
-            socket->withdraw(waiting.key());
-        waiting->waiter->requestFailed(waiting.key(), failure);
+    for (auto waiting = m_waiters.begin(); waiting != m_waiters.end();) {
+        if (waiting->waiter) {
+            if (socket)
+                socket->withdraw(waiting.key());
+            waiting->waiter->requestFailed(waiting.key(), failure);
+        }
+        if (waiting->posted) {
+            waiting = m_waiters.erase(waiting);
+        } else {
+            *waiting = {nullptr, QString(), false, true};
+            ++waiting;
+        }
     }
-    m_waiters.clear();
 }
 
 void CommandSender::shutDown()
@@ -490,7 +496,7 @@ void CommandSender::addWaiter(const QString &requestId, RequestWaiter *waiter)
     if (m_shutDown)
         waiter->requestFailed(requestId, RequestFailure::ClientGone);
     else
-        m_waiters.insert(requestId, {waiter, QString()});
+        m_waiters.insert(requestId, {waiter, QString(), false, false});
 }
 
 void CommandSender::expectReply(const QString &requestId)
@@ -506,7 +512,7 @@ void CommandSender::removeWaiter(const QString &requestId, GiveUp giveUp)
         const auto waiting = m_waiters.find(requestId);
         if (waiting == m_waiters.end())
             return;
-        if (!socket || socket->withdraw(requestId)) {
+        if (!waiting->posted || !socket || socket->withdraw(requestId)) {
             m_waiters.erase(waiting);
             return;
         }
@@ -545,13 +551,19 @@ bool CommandSender::dropLateReply(const QString &requestId)
 
 QString CommandSender::send(const KavroClientSOAPMessage &message)
 {
-    {
-        const QMutexLocker locker(&m_waitersMutex);
-        const auto waiting = m_waiters.find(message.requestId());
-        if (waiting != m_waiters.end())
-            waiting->expectedReply = message.command() + QStringLiteral("Reply");
+    const QByteArray request = message.writeRequest();
+    // Handed over under the waiters' lock, so a failure of all waiters either withdraws it or stops it here.
+    const QMutexLocker locker(&m_waitersMutex);
+    const auto waiting = m_waiters.find(message.requestId());
+    if (waiting != m_waiters.end()) {
+        if (waiting->failed) {
+            m_waiters.erase(waiting);
+            return QString();
+        }
+        waiting->expectedReply = message.command() + QStringLiteral("Reply");
+        waiting->posted = true;
     }
-    m_socket.load()->post(message.requestId(), message.writeRequest());
+    m_socket.load()->post(message.requestId(), request);
     return message.requestId();
 }
 

@@ -273,6 +273,8 @@ private:
     struct Waiting {
         RequestWaiter *waiter; // null once the waiter gave up on a request that had gone out
         QString expectedReply;
+        bool posted = false; // handed to the connection
+        bool failed = false; // told it failed before it was handed over: it must not go out
     };
     //! Whether the records of the reply to \a requestId are wanted in full.
     bool recordsWanted(const QString &requestId);
