@@ -243,8 +243,14 @@ Q_SIGNALS:
      * blocking calls, which return the error, nor for reply objects.
      */
     void requestFailed(const QString &requestId, int error, const QString &errorString);
-    // The reply signals below carry the replies to blocking and asynchronous calls alike: tell your own
-    // asynchronous replies apart by their request id.
+    /*!
+     * \name Reply signals
+     * Each reply signal is emitted for the replies to blocking calls and to
+     * \c Async calls alike: an application tells its own asynchronous replies
+     * apart by their request id. Requests made through a KavroReply never
+     * appear here.
+     * @{
+     */
     void CreateFileGroupSg(QString guid, QString path);
     void CreateRovecFileGroupSg(QString guid, QString path, int error, QString errorString);
     void AddFileSg(QString requestId, unsigned int fileId);
@@ -273,6 +279,7 @@ Q_SIGNALS:
     void RegisterConverterSg(QString requestId, int error, QString errorString);
     //! The server asks this converter to convert the group \a guid; answer with AnswerConvertFileGroup().
     void ConvertFileGroupRequestedSg(QString guid, FileType fileType, QString filePath);
+    //! @}
 
 private Q_SLOTS:
     void SlotConnected(QString storageDirectory);
