@@ -34,6 +34,8 @@ bench-deps:
 	@bash scripts/install-deps.sh --bench
 
 bench: bench-deps
+	@$(MAKE) --no-print-directory configure
+	@cmake -S . -B $(BUILD_DIR) >/dev/null # an existing build finds the peers installed since it was configured
 	@$(MAKE) --no-print-directory build
 	@bash scripts/bench.sh $(BUILD_DIR)
 
