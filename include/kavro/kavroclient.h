@@ -78,7 +78,10 @@ public:
     KavroClient();
     //! As KavroClient(), with the host and port replaced where given (non-empty, non-zero).
     KavroClient(const QString &host, quint16 port);
-    //! A client for \a host and \a port with the given identity, available whatever the configuration says.
+    /*!
+     * A client for \a host and \a port with the given identity, available whatever the configuration says;
+     * an empty host or a port of 0 is taken from the configuration (else localhost and 5223).
+     */
     KavroClient(const QString &host, quint16 port, const QString &application, const QString &user,
                 const QString &team);
     ~KavroClient() override;
@@ -99,6 +102,8 @@ public:
     void Reconnect();
     //! The connection's state; Unconnected for good when no server is configured.
     State state() const;
+    //! The storage directory the server named when the client connected last; empty before.
+    QString storageDirectory() const;
     /*!
      * Waits until the client is connected, at most \a msecs milliseconds (-1:
      * without limit), while attempts go on underneath. Works on any thread,

@@ -674,7 +674,7 @@ KavroClient::KavroClient(const QString &host, quint16 port, const QString &appli
 {
     KAVRO_TRACE_INFO(QStringLiteral("KavroClient::KavroClient: Start (%1, %2)").arg(host).arg(port));
     ClientConfig &config = ClientConfig::instance();
-    config.overrideAddress(host, port);
+    config.overrideAddress(host.isEmpty() ? config.host() : host, port == 0 ? config.port() : port);
     config.setAvailable(true);
     d->explicitIdentity = true;
     d->startSender(application, user, team);
@@ -726,6 +726,11 @@ bool KavroClient::IsConnected() const
 KavroClient::State KavroClient::state() const
 {
     return d->state();
+}
+
+QString KavroClient::storageDirectory() const
+{
+    return d->storageDirectory();
 }
 
 bool KavroClient::waitForConnected(int msecs)
