@@ -185,8 +185,16 @@ int main(int argc, char *argv[])
     if (!before.parse(app.arguments()))
         return output.usage(before.errorText());
     output.setJson(before.isSet(QStringLiteral("json")));
+    // Whatever ends the run, with --json stdout holds its one object; help and version are text only.
+    const struct Finish {
+        Output &output;
+        ~Finish() { output.finish(); }
+    } finish{output};
     QStringList words = before.positionalArguments();
     QTextStream out(stdout);
+    if (before.isSet(QStringLiteral("help")) || before.isSet(QStringLiteral("version")) || before.isSet(completions)
+        || words.value(0) == QLatin1String("help"))
+        output.setJson(false);
     if (before.isSet(QStringLiteral("version"))) {
         out << "kavro " << KAVRO_VERSION << '\n';
         return ExitSuccess;
@@ -219,20 +227,17 @@ int main(int argc, char *argv[])
     if (!after.parse(QStringList{app.arguments().first()} + words.mid(1)))
         return output.usage(after.errorText(), command->name);
     if (before.isSet(QStringLiteral("help")) || after.isSet(QStringLiteral("help"))) {
+        output.setJson(false);
         out << commandHelp(*command);
         return ExitSuccess;
     }
     output.setJson(output.isJson() || after.isSet(QStringLiteral("json")));
     const QStringList arguments = after.positionalArguments();
     const qsizetype count = arguments.size();
-    int code = ExitUsage;
     if (count < command->minArguments || (command->maxArguments >= 0 && count > command->maxArguments))
-        code = output.usage(
+        return output.usage(
             QStringLiteral("%1 takes %2")
                 .arg(command->name, command->synopsis.isEmpty() ? QStringLiteral("no arguments") : command->synopsis),
             command->name);
-    else
-        code = runCommand(*command, before, after, arguments, output);
-    output.finish();
-    return code;
+    return runCommand(*command, before, after, arguments, output);
 }
