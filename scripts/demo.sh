@@ -2,18 +2,18 @@
 # SPDX-FileCopyrightText: 2026 Kavro developers
 # SPDX-License-Identifier: MIT
 # The demonstration run by "make demo": the reference server on a temporary
-# store and a free port, a session of the archive example against it, and
-# the offline tour of the library. Leaves nothing running.
+# store and a free port, a walk through the kavro tool against it, and the
+# offline tour of the library. Leaves nothing running.
 set -euo pipefail
 build_dir=${1:-build}
 
 demo_home=$(mktemp -d)
-server_pid=""
+server_pids=()
 cleanup() {
-    if [ -n "$server_pid" ]; then
-        kill -TERM "$server_pid" 2>/dev/null || true
-        wait "$server_pid" 2>/dev/null || true
-    fi
+    for pid in "${server_pids[@]}"; do
+        kill -TERM "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
     rm -rf "$demo_home"
 }
 trap cleanup EXIT
@@ -22,17 +22,67 @@ export KAVRO_CONFIG="$demo_home/kavro.ini"
 printf '[KAVRO]\nType_Image=false\n' > "$KAVRO_CONFIG"
 export USER=${USER:-demo}
 
+start_server() { # STORE [ARGUMENTS...]: starts a server, sets $port and appends to $server_pids
+    local store=$1
+    shift
+    rm -f "$demo_home/port"
+    mkfifo "$demo_home/port"
+    "$build_dir/server/kavro-server" --store "$store" --listen 127.0.0.1:0 "$@" > "$demo_home/port" &
+    server_pids+=("$!")
+    read -r port < "$demo_home/port"
+}
+# Shows each command as typed, then its output.
+kavro() {
+    local shown=("$@")
+    echo "\$ kavro ${shown[*]}"
+    "$build_dir/cli/kavro" --port "$port" "$@"
+}
+
 echo "== Starting kavro-server on a temporary store"
-mkfifo "$demo_home/port"
-"$build_dir/server/kavro-server" --store "$demo_home/store" --listen 127.0.0.1:0 > "$demo_home/port" &
-server_pid=$!
-read -r port < "$demo_home/port"
+start_server "$demo_home/store"
+first_port=$port
 echo "listening on 127.0.0.1:$port"
 
 echo
-echo "== Archiving a file and reading it back"
-printf 'Kavro demo file\n' > "$demo_home/report.txt"
-"$build_dir/examples/archive/kavro-archive" 127.0.0.1 "$port" "$demo_home/report.txt"
+echo "== The kavro tool"
+kavro ping
+head -c 300000 /dev/urandom > "$demo_home/scan.bin"
+printf 'Kavro demo report\n' > "$demo_home/report.txt"
+kavro --user alice put "$demo_home/report.txt" "$demo_home/scan.bin" --comment "demo upload"
+guid=$("$build_dir/cli/kavro" --port "$port" --json query --name report |
+    sed -n 's/.*"guid":"\([0-9a-f-]*\)".*/\1/p')
+kavro files "$guid"
+kavro get "kavro:///$guid/2" -o "$demo_home/scan.copy"
+cmp "$demo_home/scan.bin" "$demo_home/scan.copy" && echo "(the copy is byte for byte the original)"
+kavro meta "$guid"
+kavro query --comment demo
+
+echo
+echo "== Alice reads while Bob wants to write: the write lock is refused"
+mkfifo "$demo_home/go"
+"$build_dir/cli/kavro" --port "$port" --user alice get "kavro:///$guid/2" |
+    { read -r _ < "$demo_home/go"; cat > /dev/null; } &
+reader=$!
+until "$build_dir/cli/kavro" --port "$port" --json query --name report --lock 2 | grep -q '"count":1'; do
+    sleep 0.1
+done
+kavro --user bob get "kavro:///$guid/2" --write -o "$demo_home/bob.bin" || echo "(refused, exit code $?)"
+echo > "$demo_home/go"
+wait "$reader"
+kavro --user bob get "kavro:///$guid/2" --write -o "$demo_home/bob.bin" && echo "(now Bob has it)"
+
+echo
+echo "== References, export, and import into a second server"
+kavro --app viewer ref add "$guid"
+kavro --json meta "$guid" | grep -o '"references":[0-9]*'
+kavro export "$demo_home/store/archives/demo" "$guid"
+start_server "$demo_home/store2" --archive-root "$demo_home/store/archives"
+echo "a second server listens on 127.0.0.1:$port"
+kavro import "$demo_home/store/archives/demo"
+kavro files "$guid"
+port=$first_port
+kavro rm "$guid"
+kavro exists "$guid"
 
 echo
 echo "== Offline tour (configuration: Type_Image switched off)"
