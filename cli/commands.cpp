@@ -105,12 +105,6 @@ QDateTime timeArgument(const QString &text)
     return QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
 }
 
-QCommandLineOption valueOption(const char *name, const char *description, const char *valueName)
-{
-    return QCommandLineOption(QString::fromLatin1(name), QString::fromLatin1(description),
-                              QString::fromLatin1(valueName));
-}
-
 QList<QCommandLineOption> createOptions()
 {
     return {
@@ -564,11 +558,6 @@ int convert(Session &session, const QCommandLineParser &parser, const QStringLis
     return ExitSuccess;
 }
 
-QCommandLineOption flag(const char *name, const char *description)
-{
-    return QCommandLineOption(QString::fromLatin1(name), QString::fromLatin1(description));
-}
-
 Command command(const char *name, const char *synopsis, const char *summary, int minArguments, int maxArguments,
                 const Command::Run &run, const QList<QCommandLineOption> &options = {},
                 const QStringList &examples = {})
@@ -592,6 +581,17 @@ QStringList examples(std::initializer_list<const char *> lines)
 }
 
 } // namespace
+
+QCommandLineOption valueOption(const char *name, const char *description, const char *valueName)
+{
+    return QCommandLineOption(QString::fromLatin1(name), QString::fromLatin1(description),
+                              QString::fromLatin1(valueName));
+}
+
+QCommandLineOption flag(const char *name, const char *description)
+{
+    return QCommandLineOption(QString::fromLatin1(name), QString::fromLatin1(description));
+}
 
 const QList<Command> &commands()
 {

@@ -24,6 +24,11 @@ struct Command {
     Run run;
 };
 
+//! An option taking a value called \a valueName in help.
+QCommandLineOption valueOption(const char *name, const char *description, const char *valueName);
+//! An option without a value.
+QCommandLineOption flag(const char *name, const char *description);
+
 //! Every command, in the order help lists them.
 const QList<Command> &commands();
 //! The command called \a name; null when there is none.

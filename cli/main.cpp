@@ -14,37 +14,38 @@ using namespace Kavro;
 namespace
 {
 
-QCommandLineOption globalValue(const char *name, const char *description, const char *valueName)
-{
-    return QCommandLineOption(QString::fromLatin1(name), QString::fromLatin1(description),
-                              QString::fromLatin1(valueName));
-}
-
 QList<QCommandLineOption> globalOptions()
 {
     return {
-        globalValue("host", "The server's host (default: ServerHost of [KAVRO], else localhost).", "HOST"),
-        globalValue("port", "The server's port (default: XmlPort of [KAVRO], else 5223).", "PORT"),
-        globalValue("user", "The user to act as (default: the login name).", "NAME"),
-        globalValue("app", "The application to act as (default: kavro).", "NAME"),
-        globalValue("team", "The team to act for.", "NAME"),
-        globalValue("connect-timeout", "Seconds to wait for the connection (default: 10).", "SECONDS"),
-        QCommandLineOption(QStringLiteral("json"), QStringLiteral("Print exactly one JSON object on stdout.")),
-        QCommandLineOption(QStringLiteral("v"), QStringLiteral("Trace the library's work on stderr.")),
-        QCommandLineOption(QStringLiteral("no-progress"), QStringLiteral("Draw no progress bar.")),
+        valueOption("host", "The server's host (default: ServerHost of [KAVRO], else localhost).", "HOST"),
+        valueOption("port", "The server's port (default: XmlPort of [KAVRO], else 5223).", "PORT"),
+        valueOption("user", "The user to act as (default: the login name).", "NAME"),
+        valueOption("app", "The application to act as (default: kavro).", "NAME"),
+        valueOption("team", "The team to act for.", "NAME"),
+        valueOption("connect-timeout", "Seconds to wait for the connection (default: 10).", "SECONDS"),
+        flag("json", "Print exactly one JSON object on stdout."),
+        flag("v", "Trace the library's work on stderr."),
+        flag("no-progress", "Draw no progress bar."),
         QCommandLineOption({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show help and exit.")),
-        QCommandLineOption(QStringLiteral("version"), QStringLiteral("Show the version and exit.")),
+        flag("version", "Show the version and exit."),
     };
 }
 
 //! For the shell's completion: the words that may follow.
 const QCommandLineOption completions(QStringLiteral("completions"), QString());
 
-QString optionName(const QCommandLineOption &option)
+//! "-v", "--json", "-o, --output": as typed.
+QStringList typedNames(const QCommandLineOption &option)
 {
     QStringList names;
     for (const QString &name : option.names())
         names.append((name.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + name);
+    return names;
+}
+
+QString optionName(const QCommandLineOption &option)
+{
+    const QStringList names = typedNames(option);
     const QString value = option.valueName().isEmpty() ? QString() : QLatin1Char(' ') + option.valueName();
     return names.join(QStringLiteral(", ")) + value;
 }
