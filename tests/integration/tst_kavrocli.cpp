@@ -152,7 +152,7 @@ void tst_KavroCli::commands()
     QVERIFY2(QString::fromUtf8(human.out).contains(printed), human.out.constData());
     if (exitCode != 0)
         QVERIFY(human.err.startsWith(exitCode == 2 ? "kavro: " : "error "));
-    if (jsonKey.isEmpty() || arguments.contains(QLatin1String("{new}")))
+    if (jsonKey.isEmpty())
         return;
     const Run json = kavro(QStringList{QStringLiteral("--json")} + arguments);
     QCOMPARE(json.exitCode, exitCode);
