@@ -48,7 +48,7 @@ asan:
 tsan: deps
 	@set -e; qt=$$(bash scripts/build-tsan-qt.sh); \
 	cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKAVRO_WERROR=ON -DKAVRO_SANITIZE=thread \
-	    -DKAVRO_TRANSLATIONS=OFF -DCMAKE_PREFIX_PATH="$$qt" -DCMAKE_BUILD_RPATH="$$qt/lib"; \
+	    -DKAVRO_TRANSLATIONS=OFF -DKAVRO_WIDGETS=OFF -DCMAKE_PREFIX_PATH="$$qt" -DCMAKE_BUILD_RPATH="$$qt/lib"; \
 	cmake --build build-tsan --parallel $(JOBS); \
 	TSAN_OPTIONS="halt_on_error=0 exitcode=66 second_deadlock_stack=1 die_after_fork=0" \
 	    ctest --test-dir build-tsan --output-on-failure -R '^(transport|protocol|client|server|integration|tsan)/'; \

@@ -17,6 +17,9 @@ packages=(
     qt6-tools-dev       # CMake support for translations
     qt6-l10n-tools      # lrelease, lupdate
     qt6-qpa-plugins     # offscreen platform for widget tests
+    xvfb                # a real X display for the dialogs' screenshots
+    xauth               # xvfb-run needs it
+    fonts-dejavu-core   # text in the rendered dialogs
     libqt6sql6-sqlite   # the reference server's database driver
     zlib1g-dev
 )

@@ -14,6 +14,8 @@
 
 #include <memory>
 
+class QWidget;
+
 namespace Kavro
 {
 
@@ -190,6 +192,15 @@ public:
     QString RequestFileAsync(const KavroUrl &url, LockState lockState);
     //! True when \a url names an existing group, and, where it names a file, a file of that group.
     bool IsValidURL(const KavroUrl &url);
+    /*!
+     * Lets the user choose an archived file in FileSelectDialog (button "Ok",
+     * one file, every listed file type); true when a file was chosen, which
+     * \a guid and \a fileId then name. Defined in Kavro::Widgets: a program
+     * that calls it links that library.
+     */
+    bool GetSelectedFile(QWidget *parent, const QString &caption, QString &guid, unsigned int &fileId);
+    //! As above, the chosen file as its archive URL.
+    bool GetSelectedFile(QWidget *parent, const QString &caption, KavroUrl &url);
 
     //! Offers this client as converter for \a fileTypes; RegisterConverterSg() answers.
     QString RegisterConverterAsync(const QString &converterId, const QVector<FileType> &fileTypes);

@@ -3,6 +3,8 @@
 #ifndef KAVRO_ERRORHANDLER_P_H
 #define KAVRO_ERRORHANDLER_P_H
 
+#include <kavro/kavro_export.h>
+
 #include <QtGlobal>
 
 #include <atomic>
@@ -16,8 +18,11 @@ namespace Kavro
  * The mask comes from the environment variable KAVRO_TRACE_MASK (decimal or
  * 0x-hexadecimal) where set, else from "TraceMask" of the section "KAVRO",
  * else it is TraceWarning.
+ *
+ * Exported for Kavro::Widgets, whose trace lines follow the same mask; the
+ * header is not installed.
  */
-class ErrorHandler
+class KAVRO_EXPORT ErrorHandler
 {
 public:
     enum TraceFlag {

@@ -66,6 +66,11 @@ bool Settings::boolValue(const QString &name, bool defaultValue) const
 
 void Settings::setIntValue(const QString &name, int value)
 {
+    setStringValue(name, QString::number(value));
+}
+
+void Settings::setStringValue(const QString &name, const QString &value)
+{
     m_settings.setValue(key(name), value);
     m_settings.sync();
 }

@@ -3,6 +3,8 @@
 #ifndef KAVRO_SETTINGS_P_H
 #define KAVRO_SETTINGS_P_H
 
+#include <kavro/kavro_export.h>
+
 #include <QSettings>
 #include <QString>
 
@@ -16,8 +18,11 @@ namespace Kavro
  * KAVRO_CONFIG where set, else kavro/kavro.ini under the generic
  * configuration location (~/.config/kavro/kavro.ini). The section "KAVRO"
  * holds the client settings, "ADMIN" the administrative ones.
+ *
+ * Exported for Kavro::Widgets, whose dialogs keep their state in the section
+ * "Dialogs"; the header is not installed.
  */
-class Settings
+class KAVRO_EXPORT Settings
 {
 public:
     static QString kavroSection();
@@ -36,6 +41,8 @@ public:
     bool boolValue(const QString &key, bool defaultValue) const;
     //! Writes \a value under \a key and flushes the file.
     void setIntValue(const QString &key, int value);
+    //! Writes \a value under \a key and flushes the file.
+    void setStringValue(const QString &key, const QString &value);
 
 private:
     QString key(const QString &name) const;

@@ -13,7 +13,7 @@ Q_DECLARE_LOGGING_CATEGORY(lcKavro)
 namespace Kavro
 {
 //! Writes one trace line into the category "kavro": information at debug level, the rest as warnings.
-void writeTrace(int flag, const char *file, int line, const char *function, const QString &text);
+KAVRO_EXPORT void writeTrace(int flag, const char *file, int line, const char *function, const QString &text);
 } // namespace Kavro
 
 /*!
