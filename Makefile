@@ -7,7 +7,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?= -DKAVRO_WERROR=ON
 
-.PHONY: all deps configure build test demo bench bench-deps asan tsan format clean
+.PHONY: all deps configure build test demo bench bench-deps screenshots asan tsan format clean
 
 all: build
 
@@ -38,6 +38,10 @@ bench: bench-deps
 	@cmake -S . -B $(BUILD_DIR) >/dev/null # an existing build finds the peers installed since it was configured
 	@$(MAKE) --no-print-directory build
 	@bash scripts/bench.sh $(BUILD_DIR)
+
+# The pictures of the dialogs in docs/images, taken in real windows on a virtual X display.
+screenshots: build
+	KAVRO_SCREENSHOT_DIR=$(CURDIR)/docs/images ctest --test-dir $(BUILD_DIR) -R '^ui/dialogscreenshots$$' --output-on-failure
 
 # Every test under AddressSanitizer and UndefinedBehaviorSanitizer.
 asan:

@@ -540,4 +540,241 @@
         <translation>in Zeile %1, Spalte %2</translation>
     </message>
 </context>
+<context>
+    <name>Kavro::ClientTreeModel</name>
+    <message>
+        <source>Location</source>
+        <translation>Ablageort</translation>
+    </message>
+</context>
+<context>
+    <name>Kavro::FileGroupSortModel</name>
+    <message>
+        <source>count</source>
+        <translation>Anzahl</translation>
+    </message>
+    <message>
+        <source>storage</source>
+        <translation>Speicher</translation>
+    </message>
+</context>
+<context>
+    <name>Kavro::FileSelectDialog</name>
+    <message>
+        <source>Text in any column</source>
+        <translation>Text in einer beliebigen Spalte</translation>
+    </message>
+    <message>
+        <source>&amp;Filter:</source>
+        <translation>&amp;Filter:</translation>
+    </message>
+    <message>
+        <source>&amp;Query...</source>
+        <translation>&amp;Abfrage...</translation>
+    </message>
+    <message>
+        <source>&amp;Refresh</source>
+        <translation>A&amp;ktualisieren</translation>
+    </message>
+    <message>
+        <source>The files of %1 could not be loaded: %2</source>
+        <translation>Die Dateien von %1 konnten nicht geladen werden: %2</translation>
+    </message>
+    <message>
+        <source>Groups found: %1</source>
+        <translation>Gefundene Gruppen: %1</translation>
+    </message>
+    <message>
+        <source>Choose an Archived File</source>
+        <translation>Archivierte Datei wählen</translation>
+    </message>
+    <message>
+        <source>No archive client was given.</source>
+        <translation>Es wurde kein Archiv-Client angegeben.</translation>
+    </message>
+    <message>
+        <source>Searching...</source>
+        <translation>Suche läuft...</translation>
+    </message>
+    <message>
+        <source>The search failed: %1</source>
+        <translation>Die Suche ist fehlgeschlagen: %1</translation>
+    </message>
+</context>
+<context>
+    <name>Kavro::KavroClient</name>
+    <message>
+        <source>Ok</source>
+        <translation>Ok</translation>
+    </message>
+</context>
+<context>
+    <name>Kavro::KavroFileDialog</name>
+    <message>
+        <source>Open</source>
+        <translation>Öffnen</translation>
+    </message>
+</context>
+<context>
+    <name>Kavro::KavroSaveAsDlg</name>
+    <message>
+        <source>Could not save the file: %1</source>
+        <translation>Die Datei konnte nicht gespeichert werden: %1</translation>
+    </message>
+    <message>
+        <source>&amp;Browse...</source>
+        <translation>Du&amp;rchsuchen...</translation>
+    </message>
+    <message>
+        <source> days</source>
+        <translation> Tage</translation>
+    </message>
+    <message>
+        <source>&amp;File:</source>
+        <translation>&amp;Datei:</translation>
+    </message>
+    <message>
+        <source>&amp;Name:</source>
+        <translation>&amp;Name:</translation>
+    </message>
+    <message>
+        <source>File &amp;type:</source>
+        <translation>Datei&amp;typ:</translation>
+    </message>
+    <message>
+        <source>&amp;Version:</source>
+        <translation>&amp;Version:</translation>
+    </message>
+    <message>
+        <source>&amp;Life cycle:</source>
+        <translation>&amp;Lebensdauer:</translation>
+    </message>
+    <message>
+        <source>&amp;Detail:</source>
+        <translation>D&amp;etail:</translation>
+    </message>
+    <message>
+        <source>&amp;Comment:</source>
+        <translation>&amp;Kommentar:</translation>
+    </message>
+    <message>
+        <source>Save to Archive</source>
+        <translation>Im Archiv speichern</translation>
+    </message>
+    <message>
+        <source>Choose a File to Archive</source>
+        <translation>Zu archivierende Datei wählen</translation>
+    </message>
+    <message>
+        <source>The name must not contain "/" or "\".</source>
+        <translation>Der Name darf weder „/“ noch „\“ enthalten.</translation>
+    </message>
+</context>
+<context>
+    <name>Kavro::QueryDialog</name>
+    <message>
+        <source>&amp;Name:</source>
+        <translation>&amp;Name:</translation>
+    </message>
+    <message>
+        <source>&amp;Comment:</source>
+        <translation>&amp;Kommentar:</translation>
+    </message>
+    <message>
+        <source>&amp;Detail:</source>
+        <translation>&amp;Detail:</translation>
+    </message>
+    <message>
+        <source>&amp;Version:</source>
+        <translation>&amp;Version:</translation>
+    </message>
+    <message>
+        <source>C&amp;reator:</source>
+        <translation>&amp;Ersteller:</translation>
+    </message>
+    <message>
+        <source>&amp;Team:</source>
+        <translation>&amp;Team:</translation>
+    </message>
+    <message>
+        <source>&amp;Locked by:</source>
+        <translation>Ge&amp;sperrt von:</translation>
+    </message>
+    <message>
+        <source>Referenced by &amp;application:</source>
+        <translation>Referenziert von &amp;Anwendung:</translation>
+    </message>
+    <message>
+        <source>Created</source>
+        <translation>Erstellt</translation>
+    </message>
+    <message>
+        <source>Modified</source>
+        <translation>Geändert</translation>
+    </message>
+    <message>
+        <source>Backed up</source>
+        <translation>Gesichert</translation>
+    </message>
+    <message>
+        <source>Life cycle ends</source>
+        <translation>Lebensdauer endet</translation>
+    </message>
+    <message>
+        <source>File &amp;types:</source>
+        <translation>Datei&amp;typen:</translation>
+    </message>
+    <message>
+        <source>Any</source>
+        <translation>Beliebig</translation>
+    </message>
+    <message>
+        <source>&amp;Location:</source>
+        <translation>&amp;Speicherort:</translation>
+    </message>
+    <message>
+        <source>Loc&amp;k state:</source>
+        <translation>Sperr&amp;zustand:</translation>
+    </message>
+    <message>
+        <source>Times in UTC</source>
+        <translation>Zeiten in UTC</translation>
+    </message>
+    <message>
+        <source>Times in local time</source>
+        <translation>Zeiten in Ortszeit</translation>
+    </message>
+    <message>
+        <source>From</source>
+        <translation>Von</translation>
+    </message>
+    <message>
+        <source>To</source>
+        <translation>Bis</translation>
+    </message>
+    <message>
+        <source>%1 from</source>
+        <translation>%1 von</translation>
+    </message>
+    <message>
+        <source>%1 to</source>
+        <translation>%1 bis</translation>
+    </message>
+    <message>
+        <source>Search Criteria</source>
+        <translation>Suchkriterien</translation>
+    </message>
+    <message>
+        <source>Te&amp;xts</source>
+        <translation>Te&amp;xte</translation>
+    </message>
+    <message>
+        <source>T&amp;ypes and states</source>
+        <translation>T&amp;ypen und Zustände</translation>
+    </message>
+    <message>
+        <source>Ti&amp;mes</source>
+        <translation>Zeite&amp;n</translation>
+    </message>
+</context>
 </TS>

@@ -1,6 +1,7 @@
 # SPDX-FileCopyrightText: 2026 Kavro developers
 # SPDX-License-Identifier: MIT
-# Script mode: install, then build and run the consumer project two ways.
+# Script mode: install, then build and run the consumer project two ways; with
+# WIDGETS, its Kavro::Widgets program too.
 
 function(run)
     execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -23,10 +24,15 @@ endif()
 
 # find_package(KavroClient)
 run(${CMAKE_COMMAND} -S "${CONSUMER_SOURCE_DIR}" -B "${WORK_DIR}/cmake-build" -G "${GENERATOR}"
-    "-DCMAKE_PREFIX_PATH=${prefix}" "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" "-DCMAKE_CXX_FLAGS=${flags}")
+    "-DCMAKE_PREFIX_PATH=${prefix}" "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" "-DCMAKE_CXX_FLAGS=${flags}"
+    "-DWITH_WIDGETS=${WIDGETS}")
 run(${CMAKE_COMMAND} --build "${WORK_DIR}/cmake-build")
 run("${WORK_DIR}/cmake-build/consumer")
 message(STATUS "find_package consumer: ${last_output}")
+if(WIDGETS)
+    run("${WORK_DIR}/cmake-build/widgets-consumer")
+    message(STATUS "find_package widgets consumer: ${last_output}")
+endif()
 
 # pkg-config
 find_program(PKG_CONFIG pkg-config REQUIRED)
@@ -41,3 +47,12 @@ run(${CXX_COMPILER} -std=c++17 -fPIC ${flags} "${CONSUMER_SOURCE_DIR}/main.cpp" 
     "-Wl,-rpath,${lib_dir}" -o "${WORK_DIR}/pkgconfig-consumer")
 run("${WORK_DIR}/pkgconfig-consumer")
 message(STATUS "pkg-config consumer: ${last_output}")
+if(WIDGETS)
+    run(${PKG_CONFIG} --cflags --libs kavrowidgets)
+    string(STRIP "${last_output}" pkg_flags)
+    separate_arguments(pkg_flags UNIX_COMMAND "${pkg_flags}")
+    run(${CXX_COMPILER} -std=c++17 -fPIC ${flags} "${CONSUMER_SOURCE_DIR}/widgets_main.cpp" ${pkg_flags}
+        "-Wl,-rpath,${lib_dir}" -o "${WORK_DIR}/pkgconfig-widgets-consumer")
+    run("${WORK_DIR}/pkgconfig-widgets-consumer")
+    message(STATUS "pkg-config widgets consumer: ${last_output}")
+endif()

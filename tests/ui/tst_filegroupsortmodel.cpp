@@ -3,6 +3,9 @@
 #include <kavro/clienttreemodel.h>
 #include <kavro/filegroupsortmodel.h>
 
+#include "translations_p.h"
+
+#include <QScopeGuard>
 #include <QTest>
 
 using namespace Kavro;
@@ -19,27 +22,37 @@ private Q_SLOTS:
 
 void tst_FileGroupSortModel::sortOrder_data()
 {
+    QTest::addColumn<QLocale::Language>("language");
     QTest::addColumn<QString>("header");
     QTest::addColumn<QStringList>("values");
     QTest::addColumn<QStringList>("ascending");
 
     const QStringList numbers{QStringLiteral("10"), QStringLiteral("9"), QStringLiteral("100")};
     QTest::newRow("count column sorts as numbers")
-        << QStringLiteral("Reference count") << numbers
+        << QLocale::English << QStringLiteral("Reference count") << numbers
         << QStringList{QStringLiteral("9"), QStringLiteral("10"), QStringLiteral("100")};
     QTest::newRow("storage column, any case, sorts as numbers")
-        << QStringLiteral("RESERVED STORAGE") << QStringList{QStringLiteral("18446744073"), QStringLiteral("5")}
+        << QLocale::English << QStringLiteral("RESERVED STORAGE")
+        << QStringList{QStringLiteral("18446744073"), QStringLiteral("5")}
         << QStringList{QStringLiteral("5"), QStringLiteral("18446744073")};
     QTest::newRow("text column sorts as text")
-        << QStringLiteral("Comment") << numbers
+        << QLocale::English << QStringLiteral("Comment") << numbers
         << QStringList{QStringLiteral("10"), QStringLiteral("100"), QStringLiteral("9")};
+    QTest::newRow("German count column sorts as numbers")
+        << QLocale::German << QStringLiteral("Anzahl Referenzen") << numbers
+        << QStringList{QStringLiteral("9"), QStringLiteral("10"), QStringLiteral("100")};
 }
 
 void tst_FileGroupSortModel::sortOrder()
 {
+    QFETCH(QLocale::Language, language);
     QFETCH(QString, header);
     QFETCH(QStringList, values);
     QFETCH(QStringList, ascending);
+    QVERIFY(language == QLocale::English || Translations::install(QLocale(language)));
+    const auto english = qScopeGuard([] {
+        Translations::remove();
+    });
 
     ClientTreeModel model(nullptr);
     QVector<QStringList> rows;
