@@ -7,7 +7,7 @@
 # so the check cannot pass merely because nothing compiles.
 #
 # Expects CXX_COMPILER, CXX_FLAGS, WORK_DIR and, for each layer named below,
-# <layer>_INCLUDES and <layer>_DEFINES.
+# <layer>_INCLUDES and <layer>_DEFINES (ui's only where Kavro::Widgets is built).
 
 file(REMOVE_RECURSE "${WORK_DIR}")
 file(MAKE_DIRECTORY "${WORK_DIR}")
@@ -58,6 +58,17 @@ check(<kavro/filequery.h> model VISIBLE)
 # A transport private header is out of the model layer's reach.
 check("\"commandsendersocket_p.h\"" model HIDDEN)
 check("\"commandsendersocket_p.h\"" transport VISIBLE)
+# The ui layer sees the client's public headers and the platform's trace, not
+# the client's private headers nor the protocol and transport under it.
+if(ui_INCLUDES)
+    check(<kavro/kavroclient.h> ui VISIBLE)
+    check("\"trace_p.h\"" ui VISIBLE)
+    check("\"kavroclient_p.h\"" ui HIDDEN)
+    check("\"kavroclient_p.h\"" client VISIBLE)
+    check("\"soapmessage_p.h\"" ui HIDDEN)
+    check("\"soapmessage_p.h\"" client VISIBLE)
+    check("\"commandsendersocket_p.h\"" ui HIDDEN)
+endif()
 
 if(failures)
     message(FATAL_ERROR "Layering broken:\n${failures}")

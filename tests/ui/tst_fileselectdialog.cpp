@@ -91,11 +91,17 @@ void tst_FileSelectDialog::choosesAFile()
     // The next dialog starts from the query run last.
     FileQuery named;
     named.SetFileGroupSearchText(QStringLiteral("draw"));
+    named.AddFileType(FileTypeTechnicalParameters);
+    const QDateTime since(QDate(2026, 1, 2), QTime(3, 4, 5, 678), Qt::UTC);
+    named.SetCreationTimeMin(since);
     dialog.SetQuery(named);
     dialog.RunQuery();
     QTRY_COMPARE(searched.count(), 2);
-    QCOMPARE(FileSelectDialog(m_archive.client(), QString()).GetQuery().GetFileGroupSearchText(),
-             QStringLiteral("draw"));
+    const FileQuery remembered = FileSelectDialog(m_archive.client(), QString()).GetQuery();
+    QCOMPARE(remembered.GetFileGroupSearchText(), QStringLiteral("draw"));
+    QVERIFY(remembered.IsFileTypeListed(FileTypeTechnicalParameters) && remembered.GetFileTypeListSize() == 1);
+    QCOMPARE(remembered.GetCreationTimeMin(), since);
+    QVERIFY(remembered.GetCreationTimeMax().isNull());
     dialog.SetQuery(FileQuery());
     dialog.RunQuery();
     QTRY_COMPARE(searched.count(), 3);
