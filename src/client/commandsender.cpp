@@ -444,6 +444,11 @@ void CommandSender::failAllWaiters(RequestFailure failure)
 
 void CommandSender::shutDown()
 {
+    // What was handed over just before leaves first, where the line is free: a request nobody waits for, such as
+    // a file's release right before the program ends, would otherwise be withdrawn below and its lock kept.
+    CommandSenderSocket *socket = m_socket.load();
+    if (socket && QThread::currentThread() != socket->thread())
+        QMetaObject::invokeMethod(socket, &CommandSenderSocket::flushForShutdown, Qt::BlockingQueuedConnection);
     {
         const QMutexLocker locker(&m_waitersMutex);
         m_shutDown = true;

@@ -131,7 +131,8 @@ public:
     void removeWaiter(const QString &requestId, GiveUp giveUp = GiveUp::ResetLine);
     //! A plain account of \a failure for people, naming the server and what to do.
     QString failureText(RequestFailure failure) const;
-    //! Fails every waiter with 43 and every later one at once; for the client's destructor.
+    //! Sends what the line can take at once, then fails every waiter with 43 and every later one at once; for the
+    //! client's destructor.
     void shutDown();
 
     // Request methods; the optional last argument is the request id to use.

@@ -307,6 +307,13 @@ void CommandSenderSocket::put(const QString &requestId, const QByteArray &messag
     writeLogEntry("TX", message);
 }
 
+void CommandSenderSocket::flushForShutdown()
+{
+    sendNextPending();
+    if (m_socket)
+        m_socket->flush();
+}
+
 void CommandSenderSocket::sendNextPending()
 {
     if (!m_separator || m_awaitingReply)

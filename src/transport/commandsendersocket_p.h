@@ -91,6 +91,13 @@ public:
     void abandonOutstanding(const QString &requestId);
     //! Drops the connection, with whatever is on the wire, and re-establishes it later.
     void reconnect();
+    /*!
+     * On the socket's thread: hands the next queued request to an idle line
+     * and writes out what is buffered, without waiting for the peer. For a
+     * client about to go away, so that a request made just before still
+     * leaves (a file's release right before the program ends).
+     */
+    void flushForShutdown();
 
 Q_SIGNALS:
     void si_newMessage(QByteArray message);
