@@ -99,6 +99,7 @@ private Q_SLOTS:
     void memoryBoundedPerConnection();
     void destroyedInEveryState_data();
     void destroyedInEveryState();
+    void releaseRightBeforeDestructionLeaves();
     void stateFollowsTheConnection();
     void peersThatAreNoArchive_data();
     void peersThatAreNoArchive();
@@ -619,6 +620,16 @@ void tst_KavroClient::destroyedInEveryState()
             QCOMPARE(capture.texts().count(QStringLiteral("KavroClient::GetUserList: End (43)")), round + 1);
         }
     }
+}
+
+void tst_KavroClient::releaseRightBeforeDestructionLeaves()
+{
+    auto client = FakeArchive::connectedClient();
+    QVERIFY(client);
+    client->CloseFile(4, QStringLiteral("G"));
+    client.reset();
+    QVERIFY(m_env->server.waitForFrames(2));
+    QVERIFY(m_env->server.lastRequest(QStringLiteral("CloseFile")).contains("<m:FileId>4</m:FileId>"));
 }
 
 void tst_KavroClient::stateFollowsTheConnection()
