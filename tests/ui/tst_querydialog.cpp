@@ -73,8 +73,6 @@ void tst_QueryDialog::roundTrip_data()
     QTest::addColumn<FileQuery>("query");
     QTest::addColumn<bool>("useUtc");
 
-    QTest::newRow("empty query") << FileQuery() << true;
-
     FileQuery texts;
     texts.SetFileGroupSearchText(QStringLiteral("group"));
     texts.SetCommentSearchText(QStringLiteral("comment"));
