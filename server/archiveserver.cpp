@@ -2,25 +2,43 @@
 // SPDX-License-Identifier: MIT
 #include "archiveserver.h"
 
+#include "archivestore.h"
 #include "archivetransfer.h"
 #include "serverconnection.h"
+#include "serverlog.h"
 
 #include <kavro/kavroerrorstring.h>
 
 #include <QTcpSocket>
-#include <QThreadPool>
+#include <QThread>
 #include <QUuid>
+
+#include <map>
+#include <memory>
 
 namespace Kavro::Server
 {
 
 namespace
 {
-// The server's own thread pool: its work is waited for on close.
-QThreadPool &workers()
+// How long accepting pauses when the system refuses a new connection (out of file descriptors).
+constexpr int s_acceptRetryMs = 1000;
+
+/*!
+ * The store of the calling worker thread for \a database, opened on first use and kept for the thread's life:
+ * each thread has a database connection of its own. Null, with \a error, when it cannot be opened.
+ */
+ArchiveStore *threadStore(const QString &database, QString *error)
 {
-    static QThreadPool pool;
-    return pool;
+    thread_local std::map<QString, std::unique_ptr<ArchiveStore>> stores;
+    std::unique_ptr<ArchiveStore> &store = stores[database];
+    if (!store) {
+        auto opened = std::make_unique<ArchiveStore>();
+        if (!opened->open(database, error))
+            return nullptr;
+        store = std::move(opened);
+    }
+    return store.get();
 }
 
 SoapMessage progressMessage(const QString &requestId, double progress, KavroError error)
@@ -32,13 +50,31 @@ SoapMessage progressMessage(const QString &requestId, double progress, KavroErro
     message.setError(error, KavroErrorString::Get(error));
     return message;
 }
+
+void logRefusal(const QString &peer, const SoapMessage &reply)
+{
+    if (reply.number(QStringLiteral("Error")) != NoError)
+        logLine(QStringLiteral("%1: %2 refused with %3: %4")
+                    .arg(peer, reply.element, reply.text(QStringLiteral("Error")),
+                         reply.text(QStringLiteral("ErrorString"))));
+}
 } // namespace
 
 ArchiveServer::ArchiveServer(QObject *parent)
     : QObject(parent)
-    , m_handler(m_store, m_paths, this)
 {
     connect(&m_listener, &QTcpServer::newConnection, this, &ArchiveServer::acceptConnections);
+    connect(&m_listener, &QTcpServer::acceptError, this, &ArchiveServer::acceptFailed);
+    m_acceptRetry.setSingleShot(true);
+    m_acceptRetry.setInterval(s_acceptRetryMs);
+    connect(&m_acceptRetry, &QTimer::timeout, this, [this] {
+        m_listener.resumeAccepting();
+    });
+    m_requests.setMaxThreadCount(qMax(4, QThread::idealThreadCount() * 2));
+    m_transfers.setMaxThreadCount(2);
+    // Threads keep their database connections: they live as long as the server.
+    m_requests.setExpiryTimeout(-1);
+    m_transfers.setExpiryTimeout(-1);
 }
 
 ArchiveServer::~ArchiveServer()
@@ -48,7 +84,18 @@ ArchiveServer::~ArchiveServer()
 
 bool ArchiveServer::open(const QString &storeDirectory, const QString &archiveRoot, QString *error)
 {
-    return m_paths.create(storeDirectory, archiveRoot, error) && m_store.open(m_paths.database, error);
+    ArchiveStore store;
+    if (!m_paths.create(storeDirectory, archiveRoot, error) || !store.open(m_paths.database, error))
+        return false;
+    if (const int interrupted = rollBackInterruptedMoves(store, m_paths))
+        logLine(QStringLiteral("%1 move(s) to network storage were cut off; the groups are back where they were")
+                    .arg(interrupted));
+    return true;
+}
+
+void ArchiveServer::setLimits(const ServerLimits &limits)
+{
+    m_limits = limits;
 }
 
 bool ArchiveServer::listen(const QHostAddress &address, quint16 port)
@@ -73,113 +120,221 @@ void ArchiveServer::setCompressReplies(bool compress)
 
 void ArchiveServer::close()
 {
+    m_stopping = true;
+    m_acceptRetry.stop();
     m_listener.close();
     for (ServerConnection *connection : std::as_const(m_connections))
         connection->close();
-    workers().waitForDone();
+    m_requests.waitForDone();
+    m_transfers.waitForDone();
 }
 
 void ArchiveServer::acceptConnections()
 {
-    while (QTcpSocket *socket = m_listener.nextPendingConnection())
-        m_connections.append(new ServerConnection(socket, this));
+    while (QTcpSocket *socket = m_listener.nextPendingConnection()) {
+        if (m_connections.size() >= m_limits.maxConnections) {
+            if (!std::exchange(m_refusingConnections, true))
+                logLine(QStringLiteral("%1 connections are open, as many as allowed; refusing more until one closes")
+                            .arg(m_connections.size()));
+            socket->abort();
+            delete socket;
+            continue;
+        }
+        const ConnectionId id = ++m_lastConnectionId;
+        auto *connection = new ServerConnection(socket, this, id, m_limits);
+        m_connections.insert(id, connection);
+        const QMutexLocker locker(&m_convertersMutex);
+        m_peers.insert(id, connection->peer());
+    }
+}
+
+// Out of file descriptors, or another failure of accept(): pause instead of trying again at once, say so once.
+void ArchiveServer::acceptFailed(QAbstractSocket::SocketError error)
+{
+    m_listener.pauseAccepting();
+    if (!m_acceptRetry.isActive())
+        logLine(QStringLiteral("cannot accept connections (%1: %2); trying again every %3 ms")
+                    .arg(int(error))
+                    .arg(m_listener.errorString())
+                    .arg(s_acceptRetryMs));
+    m_acceptRetry.start();
 }
 
 void ArchiveServer::connectionClosed(ServerConnection *connection)
 {
-    m_connections.removeOne(connection);
-    m_converters.removeIf([connection](const Converter &converter) {
-        return converter.connection == connection;
-    });
+    const ConnectionId id = connection->id();
+    m_connections.remove(id);
+    if (m_connections.size() < m_limits.maxConnections)
+        m_refusingConnections = false;
+    holdMemory(connection, 0);
+    m_heldMemory.remove(id);
+    m_waitingForMemory.removeAll(id);
+    {
+        const QMutexLocker locker(&m_convertersMutex);
+        m_converters.removeIf([id](const Converter &converter) {
+            return converter.connection == id;
+        });
+        m_peers.remove(id);
+    }
     connection->deleteLater();
 }
 
-void ArchiveServer::answerInBackground(ServerConnection *connection, const SoapMessage &request)
+bool ArchiveServer::holdMemory(ServerConnection *connection, qint64 bytes)
 {
-    const QPointer<ServerConnection> target(connection);
-    workers().start([this, paths = m_paths, request, target] {
-        ArchiveStore store;
+    const ConnectionId id = connection->id();
+    const qint64 counted = qMax(qint64(0), bytes - m_limits.freeShare);
+    qint64 &held = m_heldMemory[id];
+    const bool freed = counted < held;
+    m_totalHeld += counted - held;
+    held = counted;
+    if (freed && m_totalHeld < m_limits.requestMemory) {
+        for (const ConnectionId waiting : std::exchange(m_waitingForMemory, {})) {
+            if (ServerConnection *other = m_connections.value(waiting))
+                QMetaObject::invokeMethod(other, &ServerConnection::memoryFreed, Qt::QueuedConnection);
+        }
+    }
+    if (counted == 0 || m_totalHeld <= m_limits.requestMemory)
+        return true;
+    if (!m_waitingForMemory.contains(id))
+        m_waitingForMemory.append(id);
+    return false;
+}
+
+QByteArray ArchiveServer::framed(const SoapMessage &message) const
+{
+    const QByteArray document = writeSoapMessage(message);
+    return m_compressReplies ? qCompress(document) : document;
+}
+
+void ArchiveServer::answer(ServerConnection *connection, const QByteArray &document)
+{
+    const ConnectionId id = connection->id();
+    const QString peer = connection->peer();
+    const auto work = [this, id, peer](const SoapMessage &request) {
         QString error;
         std::optional<SoapMessage> reply;
-        if (store.open(paths.database, &error)) {
-            RequestHandler handler(store, paths, nullptr);
-            reply = handler.handle(request, nullptr);
+        if (ArchiveStore *store = threadStore(m_paths.database, &error)) {
+            RequestHandler handler(*store, m_paths, m_limits, this, [this] {
+                return m_stopping.load();
+            });
+            reply = handler.handle(request, id);
         } else {
+            logLine(QStringLiteral("cannot open the database: %1").arg(error));
             reply = SoapMessage::replyTo(request);
             reply->setError(ErrorDatabaseUnavailable, KavroErrorString::Get(ErrorDatabaseUnavailable));
         }
-        QMetaObject::invokeMethod(this, [target, reply = *reply] {
-            if (target)
-                target->finishBackground(reply);
+        if (reply)
+            logRefusal(peer, *reply);
+        QMetaObject::invokeMethod(this, [this, id, bytes = reply ? framed(*reply) : QByteArray()] {
+            if (ServerConnection *target = m_connections.value(id))
+                target->finishRequest(bytes);
         });
+    };
+    // Read on a worker; the long commands move on to the transfer pool, apart from the quick ones.
+    m_requests.start([this, document, work] {
+        const SoapMessage request = readSoapMessage(document, SoapSender::Client);
+        if (request.readError.isEmpty() && RequestHandler::runsInBackground(request.element))
+            m_transfers.start([request, work] {
+                work(request);
+            });
+        else
+            work(request);
     });
 }
 
-void ArchiveServer::registerConverter(QObject *origin, const QString &converterId, const QList<FileType> &types)
+void ArchiveServer::sendTo(ConnectionId id, const QByteArray &document)
 {
-    auto *connection = qobject_cast<ServerConnection *>(origin);
-    m_converters.removeIf([connection](const Converter &converter) {
-        return converter.connection == connection;
+    QMetaObject::invokeMethod(this, [this, id, document] {
+        if (ServerConnection *target = m_connections.value(id))
+            target->send(document);
     });
-    m_converters.append({connection, types});
-    logLine(QStringLiteral("%1: converter %2 registered").arg(connection->peer(), converterId));
+}
+
+void ArchiveServer::registerConverter(ConnectionId origin, const QString &converterId, const QList<FileType> &types)
+{
+    const QMutexLocker locker(&m_convertersMutex);
+    m_converters.removeIf([origin](const Converter &converter) {
+        return converter.connection == origin;
+    });
+    m_converters.append({origin, types});
+    logLine(QStringLiteral("%1: converter %2 registered").arg(m_peers.value(origin), converterId));
 }
 
 bool ArchiveServer::hasConverter(FileType type) const
 {
+    const QMutexLocker locker(&m_convertersMutex);
     return std::any_of(m_converters.begin(), m_converters.end(), [type](const Converter &converter) {
-        return converter.connection && converter.types.contains(type);
+        return converter.types.contains(type);
     });
 }
 
 void ArchiveServer::requestConversion(const QString &guid, FileType type, const QString &path)
 {
-    for (const Converter &converter : std::as_const(m_converters)) {
-        if (!converter.connection || !converter.types.contains(type))
-            continue;
-        SoapMessage request;
-        request.element = QStringLiteral("ConvertFileGroup");
-        request.requestId = QUuid::createUuid().toString(QUuid::WithoutBraces);
-        request.values.insert(QStringLiteral("Guid"), guid);
-        request.setNumber(QStringLiteral("FileType"), type);
-        request.values.insert(QStringLiteral("Path"), path);
-        converter.connection->send(request);
-        return;
+    ConnectionId converter = 0;
+    {
+        const QMutexLocker locker(&m_convertersMutex);
+        const auto found = std::find_if(m_converters.begin(), m_converters.end(), [type](const Converter &c) {
+            return c.types.contains(type);
+        });
+        if (found == m_converters.end())
+            return;
+        converter = found->connection;
+        m_conversionsAsked.insert(guid, converter);
     }
+    SoapMessage request;
+    request.element = QStringLiteral("ConvertFileGroup");
+    request.requestId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    request.values.insert(QStringLiteral("Guid"), guid);
+    request.setNumber(QStringLiteral("FileType"), type);
+    request.values.insert(QStringLiteral("Path"), path);
+    sendTo(converter, framed(request));
 }
 
-void ArchiveServer::startMove(QObject *origin, const QString &requestId, const QString &guid)
+bool ArchiveServer::answersConversion(ConnectionId origin, const QString &guid, bool finished)
 {
-    const QPointer<ServerConnection> target(qobject_cast<ServerConnection *>(origin));
-    // Progress goes to the connection that asked, on the server's thread.
-    const auto notify = [this, target, requestId](double progress, KavroError error) {
-        QMetaObject::invokeMethod(this, [target, message = progressMessage(requestId, progress, error)] {
-            if (target)
-                target->send(message);
+    const QMutexLocker locker(&m_convertersMutex);
+    const auto asked = m_conversionsAsked.constFind(guid);
+    if (asked == m_conversionsAsked.constEnd() || *asked != origin) {
+        logLine(QStringLiteral("%1: ignored an answer to a conversion of %2 that it was not asked for")
+                    .arg(m_peers.value(origin), guid));
+        return false;
+    }
+    if (finished)
+        m_conversionsAsked.erase(asked);
+    return true;
+}
+
+void ArchiveServer::startMove(ConnectionId origin, const QString &requestId, const QString &guid)
+{
+    // Progress goes to the connection that asked, after its reply to the MoveToNas.
+    const auto notify = [this, origin, requestId](double progress, KavroError error) {
+        sendTo(origin, framed(progressMessage(requestId, progress, error)));
+    };
+    const auto move = [this, guid, notify] {
+        m_transfers.start([this, guid, notify] {
+            QString error;
+            ArchiveStore *store = threadStore(m_paths.database, &error);
+            const KavroError outcome = store
+                ? moveGroup(
+                    *store, m_paths, guid,
+                    [&](double progress) {
+                        store->inTransaction([&] {
+                            return store->setLocationState(guid, LocationCentralNotMoved, progress);
+                        });
+                        notify(progress, NoError);
+                    },
+                    [this] {
+                        return m_stopping.load();
+                    })
+                : ErrorDatabaseUnavailable;
+            notify(outcome == NoError ? 100 : 0, outcome);
         });
     };
-    workers().start([paths = m_paths, guid, notify] {
-        ArchiveStore store;
-        QString error;
-        FileGroupData group;
-        if (!store.open(paths.database, &error) || store.fileGroup(guid, &group) != NoError) {
-            notify(0, ErrorMoveFileGroup);
-            return;
-        }
-        const QString nas = paths.nas + QLatin1Char('/') + guid;
-        const bool copied = copyGroupFiles(group, nas, [&](double progress) {
-            store.inTransaction([&] {
-                return store.setLocationState(guid, LocationCentralNotMoved, progress);
-            });
-            notify(progress, NoError);
-        });
-        const KavroError outcome = store.inTransaction([&] {
-            if (!copied)
-                return store.setLocationState(guid, LocationCentral, 0);
-            const KavroError moved = store.setPath(guid, nas);
-            return moved != NoError ? moved : store.setLocationState(guid, LocationRemote, 100);
-        });
-        notify(copied && outcome == NoError ? 100 : 0, copied ? outcome : ErrorMoveFileGroup);
+    QMetaObject::invokeMethod(this, [this, origin, move] {
+        if (ServerConnection *connection = m_connections.value(origin))
+            connection->afterReply(move);
+        else
+            move();
     });
 }
 

@@ -3,14 +3,19 @@
 #ifndef KAVRO_SERVER_ARCHIVESERVER_H
 #define KAVRO_SERVER_ARCHIVESERVER_H
 
-#include "archivestore.h"
 #include "requesthandler.h"
+#include "serverlimits.h"
 #include "storepaths.h"
 
+#include <QHash>
 #include <QHostAddress>
+#include <QMutex>
 #include <QObject>
-#include <QPointer>
 #include <QTcpServer>
+#include <QThreadPool>
+#include <QTimer>
+
+#include <atomic>
 
 namespace Kavro::Server
 {
@@ -21,10 +26,12 @@ class ServerConnection;
  * \brief The reference archive server: accepts connections and answers
  * their requests.
  *
- * Each connection's requests are answered in order. Quick requests are
- * answered on the server's thread; archive exports and imports, and the
- * copying of moves to network storage, run on a thread pool with stores of
- * their own, so they never hold up other connections.
+ * The server's thread only moves bytes: it accepts connections and cuts and
+ * frames their documents. Requests are read, answered and written on worker
+ * threads, each with a database connection of its own, so a request that
+ * waits for the database never holds up another connection; exports,
+ * imports and the copies of moves run on a pool of their own. Each
+ * connection's requests are answered one after the other, in order.
  *
  * \code
  * Kavro::Server::ArchiveServer server;
@@ -41,42 +48,68 @@ public:
     ~ArchiveServer() override;
     Q_DISABLE_COPY_MOVE(ArchiveServer)
 
-    //! Opens the store in \a storeDirectory, creating its directories and database as needed.
+    /*!
+     * Opens the store in \a storeDirectory, creating its directories and
+     * database as needed, and puts back the groups whose move a crash cut off.
+     */
     bool open(const QString &storeDirectory, const QString &archiveRoot, QString *error);
+    //! Takes effect for connections made afterwards.
+    void setLimits(const ServerLimits &limits);
     bool listen(const QHostAddress &address, quint16 port);
     quint16 port() const;
     QString errorString() const;
     //! Sends every reply compressed in Qt's format.
     void setCompressReplies(bool compress);
 
-    //! Stops accepting, closes every connection and waits for work in the background.
+    //! Stops accepting, closes every connection, stops the copies under way and waits for the work in progress.
     void close();
 
 private:
     friend class ServerConnection;
 
     void acceptConnections();
+    void acceptFailed(QAbstractSocket::SocketError error);
     void connectionClosed(ServerConnection *connection);
-    //! Answers \a request on a pool thread, then hands the reply to \a connection.
-    void answerInBackground(ServerConnection *connection, const SoapMessage &request);
+    //! Answers \a document of \a connection on a worker thread; the reply comes back through finishRequest().
+    void answer(ServerConnection *connection, const QByteArray &document);
+    //! Hands \a document to the connection \a id, when it is still there.
+    void sendTo(ConnectionId id, const QByteArray &document);
+    QByteArray framed(const SoapMessage &message) const;
+    //! What \a connection holds of its requests now; false when it must stop reading until others let go.
+    bool holdMemory(ServerConnection *connection, qint64 bytes);
 
-    // ServerEvents
-    void registerConverter(QObject *origin, const QString &converterId, const QList<FileType> &types) override;
+    // ServerEvents, called from worker threads
+    void registerConverter(ConnectionId origin, const QString &converterId, const QList<FileType> &types) override;
     bool hasConverter(FileType type) const override;
     void requestConversion(const QString &guid, FileType type, const QString &path) override;
-    void startMove(QObject *origin, const QString &requestId, const QString &guid) override;
+    bool answersConversion(ConnectionId origin, const QString &guid, bool finished) override;
+    void startMove(ConnectionId origin, const QString &requestId, const QString &guid) override;
 
     QTcpServer m_listener;
+    QTimer m_acceptRetry;
     StorePaths m_paths;
-    ArchiveStore m_store;
-    RequestHandler m_handler;
+    ServerLimits m_limits;
     bool m_compressReplies = false;
-    QList<ServerConnection *> m_connections;
+    ConnectionId m_lastConnectionId = 0;
+    QHash<ConnectionId, ServerConnection *> m_connections;
+    bool m_refusingConnections = false; // the connection limit was reached, and said so once
+    QThreadPool m_requests;
+    QThreadPool m_transfers;
+    std::atomic<bool> m_stopping{false};
+
+    // Memory held by unfinished and unanswered requests, beyond each connection's free share.
+    QHash<ConnectionId, qint64> m_heldMemory;
+    qint64 m_totalHeld = 0;
+    QList<ConnectionId> m_waitingForMemory;
+
     struct Converter {
-        QPointer<ServerConnection> connection;
+        ConnectionId connection;
         QList<FileType> types;
     };
+    mutable QMutex m_convertersMutex;
     QList<Converter> m_converters;
+    QHash<QString, ConnectionId> m_conversionsAsked; // guid: the converter asked
+    QHash<ConnectionId, QString> m_peers; // of converters, for the log
 };
 
 } // namespace Kavro::Server

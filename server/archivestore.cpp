@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <iterator>
+#include <limits>
 #include <utility>
 
 namespace Kavro
@@ -74,6 +75,20 @@ const char *const s_schemaStep1[] = {
     "CREATE INDEX file_references_application ON file_references (application)",
 };
 
+// Times as records carry them, in whole seconds; guids compared without regard to case, so kept lowered; an
+// index for the paths, which are checked against each other whenever a group is created.
+const char *const s_schemaStep2[] = {
+    "UPDATE file_groups SET backup_time = backup_time - ((backup_time % 1000) + 1000) % 1000,"
+    " creation_time = creation_time - ((creation_time % 1000) + 1000) % 1000,"
+    " modification_time = modification_time - ((modification_time % 1000) + 1000) % 1000,"
+    " life_cycle = life_cycle - ((life_cycle % 1000) + 1000) % 1000",
+    "UPDATE file_groups SET guid = LOWER(guid)",
+    "UPDATE files SET guid = LOWER(guid)",
+    "UPDATE locks SET guid = LOWER(guid)",
+    "UPDATE file_references SET guid = LOWER(guid)",
+    "CREATE INDEX file_groups_path ON file_groups (path)",
+};
+
 struct MigrationStep {
     const char *const *begin;
     const char *const *end;
@@ -82,6 +97,7 @@ struct MigrationStep {
 // Step n brings a database of version n - 1 to version n.
 const MigrationStep s_migrationSteps[] = {
     {std::begin(s_schemaStep1), std::end(s_schemaStep1)},
+    {std::begin(s_schemaStep2), std::end(s_schemaStep2)},
 };
 
 // The columns of a record as fileGroup() and query() read them, the group aliased as g.
@@ -91,9 +107,15 @@ const QLatin1String s_recordColumns(
     " (SELECT COUNT(*) FROM locks l WHERE l.guid = g.guid),"
     " (SELECT COALESCE(SUM(r.reference_count), 0) FROM file_references r WHERE r.guid = g.guid)");
 
+// Times are kept in whole seconds, as records carry them, so that a record's own time finds it again.
+qint64 wholeSeconds(qint64 msecs)
+{
+    return msecs - ((msecs % 1000) + 1000) % 1000;
+}
+
 QVariant timeValue(const QDateTime &time)
 {
-    return time.isValid() ? QVariant(time.toMSecsSinceEpoch()) : QVariant(QMetaType::fromType<qint64>());
+    return time.isValid() ? QVariant(wholeSeconds(time.toMSecsSinceEpoch())) : QVariant(QMetaType::fromType<qint64>());
 }
 
 QDateTime timeFrom(const QVariant &value)
@@ -103,7 +125,7 @@ QDateTime timeFrom(const QVariant &value)
 
 QVariant nowValue()
 {
-    return QDateTime::currentMSecsSinceEpoch();
+    return wholeSeconds(QDateTime::currentMSecsSinceEpoch());
 }
 
 FileGroupData recordFrom(const QSqlQuery &query)
@@ -123,20 +145,26 @@ FileGroupData recordFrom(const QSqlQuery &query)
     record.setPath(query.value(11).toString());
     record.setTeam(query.value(12).toString());
     record.setVersion(query.value(13).toString());
-    record.setReservedStorage(query.value(14).toInt());
+    record.setReservedStorage(query.value(14).toLongLong());
     record.setLockCount(query.value(15).toInt());
     record.setReferenceCount(query.value(16).toInt());
     return record;
 }
 
-// "%text%" for LIKE ... ESCAPE '\', lowered, with the wildcards of the text taken literally.
-QString containsPattern(const QString &text)
+// \a text for LIKE ... ESCAPE '\', its wildcards taken literally.
+QString likeLiteral(const QString &text)
 {
-    QString escaped = text.toLower();
+    QString escaped = text;
     escaped.replace(QLatin1Char('\\'), QLatin1String("\\\\"));
     escaped.replace(QLatin1Char('%'), QLatin1String("\\%"));
     escaped.replace(QLatin1Char('_'), QLatin1String("\\_"));
-    return QLatin1Char('%') + escaped + QLatin1Char('%');
+    return escaped;
+}
+
+// "%text%", lowered.
+QString containsPattern(const QString &text)
+{
+    return QLatin1Char('%') + likeLiteral(text.toLower()) + QLatin1Char('%');
 }
 } // namespace
 
@@ -145,7 +173,7 @@ class ArchiveStore::Private
 public:
     bool run(QSqlQuery &query, const QString &sql, const QVariantList &values = {});
     bool statement(const QString &sql);
-    bool begin();
+    bool begin(ArchiveStore::Access access = ArchiveStore::Access::Write);
     bool end(bool commit);
     void close();
     bool migrate(QString *error);
@@ -153,7 +181,8 @@ public:
     KavroError checkGroup(const QString &guid);
     KavroError checkFile(const QString &guid, quint32 id, KavroError missing);
     KavroError touch(const QString &guid);
-    KavroError transaction(const std::function<KavroError()> &work);
+    KavroError transaction(const std::function<KavroError()> &work,
+                           ArchiveStore::Access access = ArchiveStore::Access::Write);
     //! Runs \a work in a transaction when the group \a guid exists; ErrorGuidNotFound otherwise.
     KavroError onGroup(const QString &guid, const std::function<KavroError()> &work);
     void noteName(const QLatin1String &table, const QString &name);
@@ -190,13 +219,14 @@ bool ArchiveStore::Private::statement(const QString &sql)
     return run(query, sql);
 }
 
-bool ArchiveStore::Private::begin()
+bool ArchiveStore::Private::begin(ArchiveStore::Access access)
 {
     bool ok;
     if (depth > 0)
         ok = statement(QStringLiteral("SAVEPOINT kavro_") + QString::number(depth));
-    else if (sqlite) // take the write lock up front: a deferred read lock cannot always be upgraded
-        ok = statement(QStringLiteral("BEGIN IMMEDIATE"));
+    else if (sqlite) // a writer takes the write lock up front: a deferred read lock cannot always be upgraded
+        ok = statement(access == ArchiveStore::Access::Read ? QStringLiteral("BEGIN")
+                                                            : QStringLiteral("BEGIN IMMEDIATE"));
     else
         ok = db.transaction();
     if (ok)
@@ -281,8 +311,9 @@ bool ArchiveStore::Private::migrate(QString *error)
                          .arg(ArchiveStore::schemaVersion());
             return false;
         }
-        bool ok = true;
-        if (version < ArchiveStore::schemaVersion()) {
+        // A step may change keys that others refer to: they are checked at the end of the step.
+        bool ok = !sqlite || statement(QStringLiteral("PRAGMA defer_foreign_keys=ON"));
+        if (ok && version < ArchiveStore::schemaVersion()) {
             const MigrationStep &step = s_migrationSteps[version];
             for (const char *const *sql = step.begin; ok && sql != step.end; ++sql)
                 ok = statement(QLatin1String(*sql));
@@ -336,9 +367,9 @@ KavroError ArchiveStore::Private::onGroup(const QString &guid, const std::functi
     });
 }
 
-KavroError ArchiveStore::Private::transaction(const std::function<KavroError()> &work)
+KavroError ArchiveStore::Private::transaction(const std::function<KavroError()> &work, ArchiveStore::Access access)
 {
-    if (!begin())
+    if (!begin(access))
         return ErrorDatabaseUnavailable;
     const KavroError result = work();
     if (result != NoError) {
@@ -348,15 +379,18 @@ KavroError ArchiveStore::Private::transaction(const std::function<KavroError()> 
     return end(true) ? NoError : ErrorDatabaseUnavailable;
 }
 
-// Records \a name in \a table unless it is there. A failed insert (another connection was quicker)
-// is undone on its own, so that it cannot spoil the caller's transaction.
+// Records \a name in \a table unless it is there. Only a new name takes the write lock; a failed insert
+// (another connection was quicker) is undone on its own, so that it cannot spoil the caller's transaction.
 void ArchiveStore::Private::noteName(const QLatin1String &table, const QString &name)
 {
     if (name.isEmpty())
         return;
+    const QString known = QLatin1String("SELECT 1 FROM ") + table + QLatin1String(" WHERE name = ?");
+    QSqlQuery query(db);
+    if (!run(query, known, {name}) || query.next())
+        return;
     transaction([&] {
-        QSqlQuery query(db);
-        if (!run(query, QLatin1String("SELECT 1 FROM ") + table + QLatin1String(" WHERE name = ?"), {name}))
+        if (!run(query, known, {name}))
             return ErrorUnknown;
         if (query.next())
             return NoError;
@@ -405,7 +439,7 @@ int ArchiveStore::schemaVersion()
     return int(std::size(s_migrationSteps));
 }
 
-bool ArchiveStore::open(const QString &path, QString *error)
+bool ArchiveStore::open(const QString &path, QString *error, Schema schema)
 {
     QString reason;
     d->close();
@@ -421,9 +455,11 @@ bool ArchiveStore::open(const QString &path, QString *error)
                // several connections share the file: wait for each other's writes instead of failing
                && !(d->statement(QStringLiteral("PRAGMA busy_timeout=5000"))
                     && d->statement(QStringLiteral("PRAGMA journal_mode=WAL"))
-                    && d->statement(QStringLiteral("PRAGMA foreign_keys=ON")))) {
+                    && d->statement(QStringLiteral("PRAGMA foreign_keys=ON"))
+                    // paths are compared with LIKE, which must not fold case as SQLite's does by default
+                    && d->statement(QStringLiteral("PRAGMA case_sensitive_like=ON")))) {
         reason = QStringLiteral("Cannot configure %1: %2").arg(path, d->db.lastError().text());
-    } else if (d->migrate(&reason)) {
+    } else if (schema == Schema::AsItIs || d->migrate(&reason)) {
         return true;
     }
     KAVRO_TRACE_WARNING(reason);
@@ -433,9 +469,44 @@ bool ArchiveStore::open(const QString &path, QString *error)
     return false;
 }
 
-KavroError ArchiveStore::inTransaction(const std::function<KavroError()> &work)
+QStringList ArchiveStore::integrityProblems()
 {
-    return d->transaction(work);
+    QStringList problems;
+    QSqlQuery query(d->db);
+    const int version = d->run(query, QStringLiteral("SELECT version FROM schema_version")) && query.next()
+        ? query.value(0).toInt()
+        : 0;
+    if (version != schemaVersion())
+        problems.append(QStringLiteral("the schema has version %1, this server's has version %2%3")
+                            .arg(version)
+                            .arg(schemaVersion())
+                            .arg(version < schemaVersion() ? QStringLiteral(" (the server brings it up to date when "
+                                                                            "it starts)")
+                                                           : QString()));
+    const QStringList tables = d->db.tables();
+    for (const char *table : {"file_groups", "files", "locks", "file_references", "users", "applications"}) {
+        if (!tables.contains(QLatin1String(table)))
+            problems.append(QStringLiteral("the table %1 is missing").arg(QLatin1String(table)));
+    }
+    if (d->sqlite) {
+        if (d->run(query, QStringLiteral("PRAGMA integrity_check"))) {
+            while (query.next()) {
+                if (const QString line = query.value(0).toString(); line != QLatin1String("ok"))
+                    problems.append(QStringLiteral("integrity: ") + line);
+            }
+        }
+        if (d->run(query, QStringLiteral("PRAGMA foreign_key_check"))) {
+            while (query.next())
+                problems.append(QStringLiteral("a row of %1 refers to a missing row of %2")
+                                    .arg(query.value(0).toString(), query.value(2).toString()));
+        }
+    }
+    return problems;
+}
+
+KavroError ArchiveStore::inTransaction(const std::function<KavroError()> &work, Access access)
+{
+    return d->transaction(work, access);
 }
 
 KavroError ArchiveStore::createFileGroup(const FileGroupData &record)
@@ -559,16 +630,66 @@ KavroError ArchiveStore::setPath(const QString &guid, const QString &path)
     return query.numRowsAffected() > 0 ? NoError : ErrorGuidNotFound;
 }
 
+QString ArchiveStore::groupUsingPath(const QString &path, const QString &exceptGuid)
+{
+    // The directories above the path, as the paths another group could have.
+    QVariantList values = {exceptGuid, path, QString(likeLiteral(path) + QLatin1String("/%"))};
+    QString above;
+    for (qsizetype cut = path.indexOf(QLatin1Char('/'), 1); cut > 0; cut = path.indexOf(QLatin1Char('/'), cut + 1)) {
+        above += QLatin1String(", ?");
+        values.append(path.left(cut));
+    }
+    QSqlQuery query(d->db);
+    if (!d->run(query,
+                QLatin1String("SELECT guid FROM file_groups WHERE guid <> ? AND (path = ? OR path LIKE ? ESCAPE '\\'"
+                              " OR path IN ('/'")
+                    + above + QLatin1String("))"),
+                values))
+        return exceptGuid.isEmpty() ? QStringLiteral("?") : exceptGuid; // unknown counts as taken
+    return query.next() ? query.value(0).toString() : QString();
+}
+
+QList<FileGroupData> ArchiveStore::fileGroupsInState(LocationState state)
+{
+    QList<FileGroupData> result;
+    QSqlQuery query(d->db);
+    if (d->run(query,
+               QLatin1String("SELECT ") + s_recordColumns
+                   + QLatin1String(" FROM file_groups g WHERE g.location_state = ?"),
+               {int(state)})) {
+        while (query.next())
+            result.append(recordFrom(query));
+    }
+    return result;
+}
+
+QList<FileGroupData> ArchiveStore::allFileGroups()
+{
+    QList<FileGroupData> result;
+    QSqlQuery query(d->db);
+    if (d->run(query, QLatin1String("SELECT ") + s_recordColumns + QLatin1String(" FROM file_groups g"))) {
+        while (query.next())
+            result.append(recordFrom(query));
+    }
+    for (FileGroupData &record : result) {
+        QList<StoredFile> stored;
+        d->readFiles(record.getGuid(), &stored);
+        for (const StoredFile &file : std::as_const(stored))
+            record.addFile(file.name, file.id);
+    }
+    return result;
+}
+
 KavroError ArchiveStore::addFile(const QString &guid, const QString &name, quint32 wantedId, quint32 *id)
 {
     return d->onGroup(guid, [&] {
         QSqlQuery query(d->db);
         quint32 newId = wantedId;
         if (wantedId == 0) {
-            if (!d->run(query, QStringLiteral("SELECT COALESCE(MAX(file_id), 0) FROM files WHERE guid = ?"), {guid})
-                || !query.next())
-                return ErrorReadFileFromDb;
-            newId = quint32(query.value(0).toLongLong() + 1);
+            const std::optional<quint32> next = nextFreeFileId(guid);
+            if (!next)
+                return ErrorAddFile;
+            newId = *next;
         } else {
             if (!d->run(query, QStringLiteral("SELECT 1 FROM files WHERE guid = ? AND file_id = ?"),
                         {guid, qint64(wantedId)}))
@@ -584,6 +705,27 @@ KavroError ArchiveStore::addFile(const QString &guid, const QString &name, quint
             *id = newId;
         return touched;
     });
+}
+
+std::optional<quint32> ArchiveStore::nextFreeFileId(const QString &guid)
+{
+    constexpr qint64 highest = std::numeric_limits<quint32>::max();
+    QSqlQuery query(d->db);
+    if (!d->run(query, QStringLiteral("SELECT COALESCE(MAX(file_id), 0) FROM files WHERE guid = ?"), {guid})
+        || !query.next())
+        return std::nullopt;
+    if (const qint64 top = query.value(0).toLongLong(); top < highest)
+        return quint32(top + 1);
+    // The top id is taken: the lowest free one, 1 or one above an id whose successor is free.
+    if (!d->run(query,
+                QStringLiteral("SELECT CASE WHEN NOT EXISTS (SELECT 1 FROM files WHERE guid = ? AND file_id = 1)"
+                               " THEN 1 ELSE (SELECT MIN(f.file_id) + 1 FROM files f WHERE f.guid = ? AND NOT EXISTS"
+                               " (SELECT 1 FROM files n WHERE n.guid = f.guid AND n.file_id = f.file_id + 1)) END"),
+                {guid, guid})
+        || !query.next())
+        return std::nullopt;
+    const qint64 free = query.value(0).toLongLong();
+    return free >= 1 && free <= highest ? std::optional<quint32>(quint32(free)) : std::nullopt;
 }
 
 KavroError ArchiveStore::fileName(const QString &guid, quint32 id, QString *name)

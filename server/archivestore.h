@@ -11,6 +11,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <optional>
 
 namespace Kavro
 {
@@ -44,21 +45,32 @@ public:
     ArchiveStore(const ArchiveStore &) = delete;
     ArchiveStore &operator=(const ArchiveStore &) = delete;
 
+    //! Whether opening brings the schema up to date, or leaves it to be checked.
+    enum class Schema { Migrate, AsItIs };
+
     /*!
      * Opens the SQLite database at \a path, creating it when missing, and
-     * brings its schema to the current version. On failure returns false
-     * with the reason in \a error.
+     * brings its schema to the current version unless told not to. On
+     * failure returns false with the reason in \a error.
      */
-    bool open(const QString &path, QString *error);
+    bool open(const QString &path, QString *error, Schema schema = Schema::Migrate);
+    /*!
+     * What is wrong with the database itself: a schema of another version,
+     * missing tables, damage the database finds in itself; empty when nothing.
+     */
+    QStringList integrityProblems();
     //! The schema version this build creates and expects.
     static int schemaVersion();
+
+    //! What a transaction may do: a reader never waits for writers.
+    enum class Access { Read, Write };
 
     /*!
      * Runs \a work in one transaction: committed when it returns NoError,
      * rolled back otherwise. A failure to begin or commit gives
      * ErrorDatabaseUnavailable.
      */
-    KavroError inTransaction(const std::function<KavroError()> &work);
+    KavroError inTransaction(const std::function<KavroError()> &work, Access access = Access::Write);
 
     // File groups. An unknown guid gives ErrorGuidNotFound throughout.
 
@@ -73,6 +85,15 @@ public:
     KavroError setLocationState(const QString &guid, LocationState state, double progress);
     KavroError locationState(const QString &guid, LocationState *state, double *progress);
     KavroError setPath(const QString &guid, const QString &path);
+    /*!
+     * The guid of a group other than \a exceptGuid whose directory is \a path,
+     * lies inside it or contains it; empty when there is none.
+     */
+    QString groupUsingPath(const QString &path, const QString &exceptGuid = QString());
+    //! The records in \a state, without their files.
+    QList<FileGroupData> fileGroupsInState(LocationState state);
+    //! Every record with its files, for checking the store against the database.
+    QList<FileGroupData> allFileGroups();
 
     // Files.
 
@@ -82,6 +103,8 @@ public:
      * gives ErrorAddFile (26). Sets the group's modification time.
      */
     KavroError addFile(const QString &guid, const QString &name, quint32 wantedId, quint32 *id);
+    //! The id the next file of a group gets: one above the highest, else the lowest free one; none when all are taken.
+    std::optional<quint32> nextFreeFileId(const QString &guid);
     //! The name of a file; an unknown id gives ErrorOpenFile (7).
     KavroError fileName(const QString &guid, quint32 id, QString *name);
     QList<StoredFile> files(const QString &guid);

@@ -3,6 +3,8 @@
 #ifndef KAVRO_SERVER_ARCHIVETRANSFER_H
 #define KAVRO_SERVER_ARCHIVETRANSFER_H
 
+#include "storefiles.h"
+
 #include <kavro/filegroupdata.h>
 #include <kavro/kavrotypes.h>
 
@@ -16,30 +18,64 @@ namespace Kavro::Server
 class ArchiveStore;
 struct StorePaths;
 
+//! The prefix of the directories copies are assembled in before they are renamed into place.
+extern const QLatin1String partialCopyPrefix;
+
+//! Asked between blocks of a copy: true stops it, and the transfer fails, leaving nothing behind.
+using StopRequested = std::function<bool()>;
+
+/*!
+ * The storage directory or network storage that \a groupPath lies in (not
+ * being either itself); empty when neither.
+ */
+QString storageRootOf(const StorePaths &paths, const QString &groupPath);
+
+//! A group's directory, opened without following a link; invalid when it does not open so.
+FileDescriptor openGroupDirectory(const StorePaths &paths, const QString &groupPath);
+
 /*!
  * Writes into \a target, inside the archive root, each group's description
  * file "<name>_<guid>.fgdesc" and a directory of the same name holding its
- * files. ErrorExportArchive for a target outside the archive root or a
- * failed write, ErrorGuidNotFound for an unknown group.
+ * files; earlier ones of the same names are replaced once the new ones are
+ * whole. Everything is checked before anything is copied. ErrorExportArchive
+ * for a target outside the archive root, a group whose files are not all
+ * regular files in its directory, or a failed write; ErrorGuidNotFound for an
+ * unknown group.
  */
-KavroError exportGroups(ArchiveStore &store, const StorePaths &paths, const QString &target, const QStringList &guids);
+KavroError exportGroups(ArchiveStore &store, const StorePaths &paths, const QString &target, const QStringList &guids,
+                        const StopRequested &stop);
 
 /*!
  * Reads back every description file in each of \a directories, inside the
- * archive root, with the files beside it: the records are stored again and
- * their files copied under the storage directory. ErrorImportArchive for a
- * directory outside the archive root.
+ * archive root, with the files beside it: the records are stored again, in
+ * state Central, their files copied to "data/imported/<guid>". Nothing is
+ * stored or copied unless every group can be: ErrorImportArchive for a
+ * directory outside the archive root, ErrorImportArchiveIncomplete for one
+ * without descriptions, ErrorImportFileGroup for a description that cannot be
+ * read, ErrorAddFileGroup for a guid already stored, and
+ * ErrorImportFileGroupIncomplete for files that are missing or cannot be copied.
  */
-KavroError importArchives(ArchiveStore &store, const StorePaths &paths, const QStringList &directories);
+KavroError importArchives(ArchiveStore &store, const StorePaths &paths, const QStringList &directories,
+                          const StopRequested &stop);
 
 /*!
- * Copies the files of \a group into \a target, reporting after each file
- * the share of the bytes copied so far, in percent. False when a file could
- * not be copied.
+ * Copies the files of \a guid, which is in state "Central not moved", to
+ * "nas/<guid>" and makes it Remote there, reporting after each file but the
+ * last the share of the bytes copied so far, in percent. The old directory
+ * goes once the new one is the group's. A failed copy leaves the group
+ * Central where it was: ErrorMoveFileGroup.
  */
-bool copyGroupFiles(const FileGroupData &group, const QString &target, const std::function<void(double)> &progress);
+KavroError moveGroup(ArchiveStore &store, const StorePaths &paths, const QString &guid,
+                     const std::function<void(double)> &progress, const StopRequested &stop);
 
-//! Removes a group's directory when it lies inside the storage directory or network storage.
+/*!
+ * Puts back in their place the groups a crash left in the middle of a move:
+ * Central, in their old directory; a copy already made is removed.
+ * Returns how many there were.
+ */
+int rollBackInterruptedMoves(ArchiveStore &store, const StorePaths &paths);
+
+//! Removes a group's directory, and the directories above it that it leaves empty.
 void removeGroupDirectory(const StorePaths &paths, const QString &directory);
 
 } // namespace Kavro::Server

@@ -1,7 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Kavro developers
 // SPDX-License-Identifier: MIT
 #include "archiveserver.h"
-#include "serverconnection.h"
+#include "archivestore.h"
+#include "serverlog.h"
+#include "storecheck.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -9,8 +11,12 @@
 
 #include <csignal>
 #include <cstdio>
+#include <functional>
 #include <sys/socket.h>
 #include <unistd.h>
+
+using Kavro::Server::logLine;
+using Kavro::Server::ServerLimits;
 
 namespace
 {
@@ -50,6 +56,115 @@ bool parseListen(const QString &text, QHostAddress *address, quint16 *port)
     *port = quint16(number);
     return true;
 }
+
+// A limit the command line may set: its option and where its value goes.
+struct LimitOption {
+    QCommandLineOption option;
+    qint64 maximum;
+    std::function<void(ServerLimits &, qint64)> set;
+};
+
+std::vector<LimitOption> limitOptions(const ServerLimits &defaults)
+{
+    using L = ServerLimits;
+    const auto option = [](const char *name, const QString &description, const char *unit, qint64 fallback) {
+        return QCommandLineOption(QLatin1String(name), description + QStringLiteral(" Default %1.").arg(fallback),
+                                  QLatin1String(unit));
+    };
+    constexpr qint64 intMaximum = std::numeric_limits<int>::max();
+    return {
+        {option("max-request-size", QStringLiteral("The largest request a client may send, in bytes."), "BYTES",
+                defaults.maxRequestSize),
+         qint64(1) << 31,
+         [](L &l, qint64 v) {
+             l.maxRequestSize = v;
+         }},
+        {option("request-memory",
+                QStringLiteral("The memory, in bytes, that the unfinished and unanswered requests of all "
+                               "connections may hold together; beyond it, connections with large requests wait."),
+                "BYTES", defaults.requestMemory),
+         std::numeric_limits<qint64>::max(),
+         [](L &l, qint64 v) {
+             l.requestMemory = v;
+         }},
+        {option("max-connections", QStringLiteral("The most connections open at once; more are closed as they come."),
+                "N", defaults.maxConnections),
+         intMaximum,
+         [](L &l, qint64 v) {
+             l.maxConnections = int(v);
+         }},
+        {option("max-field-length", QStringLiteral("The most characters of one value of a request."), "N",
+                defaults.maxFieldLength),
+         intMaximum,
+         [](L &l, qint64 v) {
+             l.maxFieldLength = int(v);
+         }},
+        {option("idle-timeout", QStringLiteral("Seconds a new connection may take to send its first request."),
+                "SECONDS", defaults.idleTimeoutMs / 1000),
+         intMaximum / 1000,
+         [](L &l, qint64 v) {
+             l.idleTimeoutMs = int(v * 1000);
+         }},
+        {option("request-timeout",
+                QStringLiteral("Seconds a request that has begun to arrive may take to arrive whole."), "SECONDS",
+                defaults.requestTimeoutMs / 1000),
+         intMaximum / 1000,
+         [](L &l, qint64 v) {
+             l.requestTimeoutMs = int(v * 1000);
+         }},
+    };
+}
+
+// The limits the command line sets; false, with the option at fault in \a error, for a value out of range.
+bool readLimits(const QCommandLineParser &parser, const std::vector<LimitOption> &options, ServerLimits *limits,
+                QString *error)
+{
+    for (const LimitOption &limit : options) {
+        if (!parser.isSet(limit.option))
+            continue;
+        bool ok = false;
+        const qint64 value = parser.value(limit.option).toLongLong(&ok);
+        if (!ok || value < 1 || value > limit.maximum) {
+            *error = QStringLiteral("--%1 takes a whole number from 1 to %2, not \"%3\"")
+                         .arg(limit.option.names().constFirst())
+                         .arg(limit.maximum)
+                         .arg(parser.value(limit.option));
+            return false;
+        }
+        limit.set(*limits, value);
+    }
+    return true;
+}
+
+void printLines(const char *label, const QStringList &lines)
+{
+    for (const QString &line : lines)
+        std::printf("%s: %s\n", label, Kavro::Server::escapedForLog(line).toUtf8().constData());
+}
+
+// Compares the store with its database and says what does not match; with \a repair, removes the orphans.
+int checkStore(const Kavro::Server::StorePaths &paths, bool repair)
+{
+    Kavro::Server::ArchiveStore store;
+    QString error;
+    if (!store.open(paths.database, &error, Kavro::Server::ArchiveStore::Schema::AsItIs)) {
+        logLine(QStringLiteral("cannot open the database: %1").arg(error));
+        return 1;
+    }
+    const Kavro::Server::StoreReport report = Kavro::Server::checkStore(store, paths);
+    const QStringList left = repair ? Kavro::Server::removeOrphans(paths, report) : report.orphans;
+    printLines("database", report.database);
+    printLines("missing", report.missing);
+    QStringList removed = report.orphans;
+    removed.removeIf([&left](const QString &orphan) {
+        return left.contains(orphan);
+    });
+    printLines("removed", removed);
+    printLines("orphan", left);
+    const bool clean = report.database.isEmpty() && report.missing.isEmpty() && left.isEmpty();
+    std::printf("%s\n", clean ? "the store matches its database" : "the store does not match its database");
+    return clean ? 0 : 1;
+}
 } // namespace
 
 int main(int argc, char *argv[])
@@ -75,30 +190,56 @@ int main(int argc, char *argv[])
                                          QStringLiteral("The only directory archives are exported to and imported "
                                                         "from (default: DIR/archives)."),
                                          QStringLiteral("DIR"));
-    parser.addOptions({store, listen, compress, archiveRoot});
+    const QCommandLineOption check(QStringLiteral("check"),
+                                   QStringLiteral("Compare the store with its database, print what does not match "
+                                                  "and exit: 0 when all matches, 1 otherwise. Serves nothing."));
+    const QCommandLineOption repair(QStringLiteral("repair"),
+                                    QStringLiteral("With --check: remove what no record names (orphans)."));
+    parser.addOptions({store, listen, compress, archiveRoot, check, repair});
+    const ServerLimits defaults;
+    const std::vector<LimitOption> limits = limitOptions(defaults);
+    for (const LimitOption &limit : limits)
+        parser.addOption(limit.option);
     parser.process(app);
 
     QHostAddress address;
     quint16 port = 0;
+    ServerLimits chosen = defaults;
+    QString error;
     if (!parser.isSet(store)) {
-        Kavro::Server::logLine(QStringLiteral("--store DIR is required; see --help"));
+        logLine(QStringLiteral("--store DIR is required; see --help"));
         return 2;
     }
     if (!parseListen(parser.value(listen), &address, &port)) {
-        Kavro::Server::logLine(QStringLiteral("--listen takes HOST:PORT, not \"%1\"").arg(parser.value(listen)));
+        logLine(QStringLiteral("--listen takes HOST:PORT, not \"%1\"").arg(parser.value(listen)));
         return 2;
+    }
+    if (!readLimits(parser, limits, &chosen, &error)) {
+        logLine(error);
+        return 2;
+    }
+    if (parser.isSet(repair) && !parser.isSet(check)) {
+        logLine(QStringLiteral("--repair goes with --check"));
+        return 2;
+    }
+    if (parser.isSet(check)) {
+        Kavro::Server::StorePaths paths;
+        if (!paths.create(parser.value(store), parser.value(archiveRoot), &error)) {
+            logLine(QStringLiteral("cannot open the store: %1").arg(error));
+            return 1;
+        }
+        return checkStore(paths, parser.isSet(repair));
     }
 
     Kavro::Server::ArchiveServer server;
-    QString error;
     if (!server.open(parser.value(store), parser.value(archiveRoot), &error)) {
-        Kavro::Server::logLine(QStringLiteral("cannot open the store: %1").arg(error));
+        logLine(QStringLiteral("cannot open the store: %1").arg(error));
         return 1;
     }
     server.setCompressReplies(parser.isSet(compress));
+    server.setLimits(chosen);
     if (!server.listen(address, port)) {
-        Kavro::Server::logLine(
-            QStringLiteral("cannot listen on %1: %2").arg(parser.value(listen), server.errorString()));
+        logLine(QStringLiteral("cannot listen on %1: %2").arg(parser.value(listen), server.errorString()));
         return 1;
     }
     std::printf("%u\n", unsigned(server.port()));

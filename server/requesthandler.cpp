@@ -10,9 +10,10 @@
 #include <kavro/filequery.h>
 #include <kavro/kavroerrorstring.h>
 
-#include <QDir>
 #include <QFileInfo>
 #include <QUuid>
+
+#include <limits>
 
 namespace Kavro::Server
 {
@@ -20,15 +21,105 @@ namespace Kavro::Server
 struct RequestHandler::Request {
     const SoapMessage &in;
     SoapMessage &out;
-    QObject *origin;
+    ConnectionId origin;
+    //! The reply's text where the code's own would not say what was wrong.
+    QString errorText = QString();
+    //! Takes back what was done on disk, when the request fails.
+    QList<std::function<void()>> undo = {};
+    //! Runs once the request's changes are committed.
+    QList<std::function<void()>> committed = {};
+    //! Who was seen, noted once the request's own work is done.
+    QString user = QString();
+    QString application = QString();
 
     QString text(const char *name) const { return in.text(QLatin1String(name)); }
     QString guid() const { return text("Guid"); }
     quint32 fileId() const { return quint32(in.number(QStringLiteral("FileId"))); }
+    KavroError fail(KavroError error, const QString &why)
+    {
+        errorText = why;
+        return error;
+    }
+};
+
+struct RequestHandler::Command {
+    enum Access {
+        Read, //!< in a read transaction
+        Write, //!< in a write transaction
+        Own, //!< outside any: the command keeps its transactions short around its copies
+    };
+    KavroError (RequestHandler::*run)(Request &);
+    Access access;
 };
 
 namespace
 {
+constexpr int s_maxGuidLength = 255;
+constexpr int s_shownValueLength = 40;
+
+// The whole numbers clients send, with their ranges; the entries of "FileTypeList" are file types too.
+struct WholeNumber {
+    const char *name;
+    qint64 minimum;
+    qint64 maximum;
+};
+const WholeNumber s_wholeNumbers[] = {
+    {"FileType", FileTypeUnknown, FileTypeTechnicalParameters},
+    {"FileTypeList", FileTypeUnknown, FileTypeTechnicalParameters},
+    {"FileId", 0, std::numeric_limits<quint32>::max()},
+    {"ReservedStorage", 0, std::numeric_limits<qint64>::max()},
+    {"LocationState", LocationUndefined, LocationUnknownFileGroup},
+    {"LockState", LockUndefined, LockWrite},
+    {"Error", std::numeric_limits<qint32>::min(), std::numeric_limits<qint32>::max()},
+};
+
+QString shown(const QString &value)
+{
+    return value.size() > s_shownValueLength ? value.left(s_shownValueLength) + QLatin1String("...") : value;
+}
+
+// Empty when \a text is a whole number in the range of the element \a name, else what is wrong with it.
+QString wholeNumberProblem(const QString &name, const QString &text)
+{
+    const auto range = std::find_if(std::begin(s_wholeNumbers), std::end(s_wholeNumbers), [&](const WholeNumber &n) {
+        return name == QLatin1String(n.name);
+    });
+    Q_ASSERT(range != std::end(s_wholeNumbers));
+    bool ok = false;
+    const qint64 value = text.toLongLong(&ok);
+    if (ok && value >= range->minimum && value <= range->maximum)
+        return QString();
+    return QStringLiteral("%1 \"%2\" is not a whole number from %3 to %4")
+        .arg(name, shown(text))
+        .arg(range->minimum)
+        .arg(range->maximum);
+}
+
+QString timeProblem(const QString &name, const QString &text)
+{
+    if (text.isEmpty() || soapTime(text).isValid())
+        return QString();
+    return QStringLiteral("%1 \"%2\" is not a time").arg(name, shown(text));
+}
+
+// Each text at most \a maxLength characters and the list at most \a maxEntries long.
+QString sizeProblem(const QString &name, const QStringList &texts, const ServerLimits &limits)
+{
+    if (texts.size() > limits.maxListEntries)
+        return QStringLiteral("%1 holds more than %2 entries").arg(name).arg(limits.maxListEntries);
+    for (const QString &text : texts) {
+        if (text.size() > limits.maxFieldLength)
+            return QStringLiteral("%1 is longer than %2 characters").arg(name).arg(limits.maxFieldLength);
+    }
+    return QString();
+}
+
+QStringList withoutDuplicates(QStringList texts)
+{
+    texts.removeDuplicates();
+    return texts;
+}
+
 QList<FileType> fileTypes(const QStringList &texts)
 {
     QList<FileType> types;
@@ -36,12 +127,39 @@ QList<FileType> fileTypes(const QStringList &texts)
         types << static_cast<FileType>(text.toInt());
     return types;
 }
+
+// A guid is a name of its own in the storage directory, of a bounded length.
+bool isGuid(const QString &guid)
+{
+    return isPlainName(guid) && guid.size() <= s_maxGuidLength;
+}
+
+/*!
+ * True when something stands at a group's path that does not open as its directory: a link on the way or at
+ * the end, or something that is not a directory. A path with nothing at it is not tampered with.
+ */
+bool isTampered(const StorePaths &paths, const QString &path)
+{
+    if (openGroupDirectory(paths, path).isValid())
+        return false;
+    const QFileInfo info(path);
+    return info.exists() || info.isSymLink();
+}
+
+bool isRegularFileOfGroup(const StorePaths &paths, const FileGroupData &group, const QString &name)
+{
+    const FileDescriptor directory = openGroupDirectory(paths, group.getPath());
+    return directory.isValid() && entryType(directory.get(), name) == EntryType::RegularFile;
+}
 } // namespace
 
-RequestHandler::RequestHandler(ArchiveStore &store, const StorePaths &paths, ServerEvents *events)
+RequestHandler::RequestHandler(ArchiveStore &store, const StorePaths &paths, const ServerLimits &limits,
+                               ServerEvents *events, std::function<bool()> stop)
     : m_store(store)
     , m_paths(paths)
+    , m_limits(limits)
     , m_events(events)
+    , m_stop(std::move(stop))
 {
 }
 
@@ -49,58 +167,139 @@ const QHash<QString, RequestHandler::Command> &RequestHandler::commands()
 {
     using H = RequestHandler;
     static const QHash<QString, Command> table = {
-        {QStringLiteral("CreateFileGroup"), &H::createFileGroup},
-        {QStringLiteral("CreateRovecFileGroup"), &H::createRovecFileGroup},
-        {QStringLiteral("DeleteFileGroup"), &H::deleteFileGroup},
-        {QStringLiteral("CheckFileGroupExists"), &H::checkFileGroupExists},
-        {QStringLiteral("QueryMetaData"), &H::queryMetaData},
-        {QStringLiteral("QueryLocationStateProgress"), &H::queryLocationStateProgress},
-        {QStringLiteral("AddFile"), &H::addFile},
-        {QStringLiteral("DeleteFile"), &H::deleteFile},
-        {QStringLiteral("RequestFile"), &H::requestFile},
-        {QStringLiteral("CloseFile"), &H::closeFile},
-        {QStringLiteral("MoveToNas"), &H::moveToNas},
-        {QStringLiteral("AddReference"), &H::addReference},
-        {QStringLiteral("RemoveReference"), &H::removeReference},
-        {QStringLiteral("RemoveAllReferences"), &H::removeAllReferences},
-        {QStringLiteral("GetApplicationList"), &H::getApplicationList},
-        {QStringLiteral("GetUserList"), &H::getUserList},
-        {QStringLiteral("GetFileList"), &H::getFileList},
-        {QStringLiteral("GetBasePath"), &H::getBasePath},
-        {QStringLiteral("QueryFileGroups"), &H::queryFileGroups},
-        {QStringLiteral("ExportArchive"), &H::exportArchive},
-        {QStringLiteral("ImportArchive"), &H::importArchive},
-        {QStringLiteral("RegisterConverter"), &H::registerConverter},
-        {QStringLiteral("ConvertFileGroupReply"), &H::convertFileGroupAnswered},
+        {QStringLiteral("CreateFileGroup"), {&H::createFileGroup, Command::Write}},
+        {QStringLiteral("CreateRovecFileGroup"), {&H::createRovecFileGroup, Command::Write}},
+        {QStringLiteral("DeleteFileGroup"), {&H::deleteFileGroup, Command::Write}},
+        {QStringLiteral("CheckFileGroupExists"), {&H::checkFileGroupExists, Command::Read}},
+        {QStringLiteral("QueryMetaData"), {&H::queryMetaData, Command::Read}},
+        {QStringLiteral("QueryLocationStateProgress"), {&H::queryLocationStateProgress, Command::Read}},
+        {QStringLiteral("AddFile"), {&H::addFile, Command::Write}},
+        {QStringLiteral("DeleteFile"), {&H::deleteFile, Command::Write}},
+        {QStringLiteral("RequestFile"), {&H::requestFile, Command::Write}},
+        {QStringLiteral("CloseFile"), {&H::closeFile, Command::Write}},
+        {QStringLiteral("MoveToNas"), {&H::moveToNas, Command::Write}},
+        {QStringLiteral("AddReference"), {&H::addReference, Command::Write}},
+        {QStringLiteral("RemoveReference"), {&H::removeReference, Command::Write}},
+        {QStringLiteral("RemoveAllReferences"), {&H::removeAllReferences, Command::Write}},
+        {QStringLiteral("GetApplicationList"), {&H::getApplicationList, Command::Read}},
+        {QStringLiteral("GetUserList"), {&H::getUserList, Command::Read}},
+        {QStringLiteral("GetFileList"), {&H::getFileList, Command::Read}},
+        {QStringLiteral("GetBasePath"), {&H::getBasePath, Command::Read}},
+        {QStringLiteral("QueryFileGroups"), {&H::queryFileGroups, Command::Read}},
+        {QStringLiteral("ExportArchive"), {&H::exportArchive, Command::Own}},
+        {QStringLiteral("ImportArchive"), {&H::importArchive, Command::Own}},
+        {QStringLiteral("RegisterConverter"), {&H::registerConverter, Command::Read}},
+        {QStringLiteral("ConvertFileGroupReply"), {&H::convertFileGroupAnswered, Command::Write}},
     };
     return table;
 }
 
 bool RequestHandler::runsInBackground(const QString &command)
 {
-    return command == QLatin1String("ExportArchive") || command == QLatin1String("ImportArchive");
+    return commands().value(command).access == Command::Own;
 }
 
-std::optional<SoapMessage> RequestHandler::handle(const SoapMessage &request, QObject *origin)
+// Checks every value of \a request against its kind, range and size, and brings guids and type lists to the
+// form they are compared in: lowered, without duplicates. Empty when all is well, else what is wrong.
+QString RequestHandler::invalidValue(SoapMessage &request) const
 {
-    SoapMessage reply = SoapMessage::replyTo(request);
-    if (!request.readError.isEmpty()) {
-        reply.setError(ErrorSoapParsing, request.readError);
+    bool isReply = false;
+    const SoapCommand *command = soapCommandOf(request.element, &isReply);
+    for (const SoapElement &element : isReply ? command->reply : command->request) {
+        const QString name = QLatin1String(element.name);
+        QString problem;
+        switch (element.kind) {
+        case SoapKind::Text:
+            problem = sizeProblem(name, {request.text(name)}, m_limits);
+            break;
+        case SoapKind::Number:
+            problem = wholeNumberProblem(name, request.text(name));
+            break;
+        case SoapKind::Boolean:
+            if (const QString value = request.text(name);
+                !value.isEmpty() && value != QLatin1String("true") && value != QLatin1String("false"))
+                problem = QStringLiteral("%1 \"%2\" is not true or false").arg(name, shown(value));
+            break;
+        case SoapKind::Time:
+            problem = timeProblem(name, request.text(name));
+            break;
+        case SoapKind::Texts:
+        case SoapKind::TextList: {
+            QStringList &texts = request.lists[name];
+            problem = sizeProblem(name, texts, m_limits);
+            const bool fileTypes = name == QLatin1String("FileType") || name == QLatin1String("FileTypeList");
+            for (qsizetype i = 0; problem.isEmpty() && fileTypes && i < texts.size(); ++i) {
+                texts[i] = texts.at(i).trimmed();
+                problem = wholeNumberProblem(QStringLiteral("FileTypeList"), texts.at(i));
+            }
+            if (fileTypes)
+                texts = withoutDuplicates(texts);
+            break;
+        }
+        case SoapKind::TimeRange: {
+            const QStringList bounds = request.lists.value(name);
+            problem = timeProblem(name + QLatin1String(" Min"), bounds.value(0));
+            if (problem.isEmpty())
+                problem = timeProblem(name + QLatin1String(" Max"), bounds.value(1));
+            break;
+        }
+        case SoapKind::Entries:
+        case SoapKind::Record:
+        case SoapKind::Records:
+            break; // clients send none of these
+        }
+        if (!problem.isEmpty())
+            return problem;
+    }
+    if (request.values.contains(QStringLiteral("Guid")))
+        request.values[QStringLiteral("Guid")] = request.text(QStringLiteral("Guid")).toLower();
+    for (QString &guid : request.lists[QStringLiteral("Guid")])
+        guid = guid.toLower();
+    return QString();
+}
+
+std::optional<SoapMessage> RequestHandler::handle(const SoapMessage &received, ConnectionId origin)
+{
+    SoapMessage reply = SoapMessage::replyTo(received);
+    if (!received.readError.isEmpty()) {
+        reply.setError(ErrorSoapParsing, received.readError);
         return reply;
     }
-    const Command command = commands().value(request.element);
-    if (!request.known || !command) {
+    const auto command = commands().constFind(received.element);
+    if (!received.known || command == commands().constEnd()) {
         reply.setError(ErrorUnknownReplyCommand, KavroErrorString::Get(ErrorUnknownReplyCommand));
         return reply;
     }
+    SoapMessage request = received;
+    if (const QString problem = invalidValue(request); !problem.isEmpty()) {
+        reply.setError(ErrorSoapParsing, problem);
+        return reply;
+    }
+
     Request call{request, reply, origin};
-    const KavroError error = m_store.inTransaction([&] {
-        return (this->*command)(call);
-    });
+    const auto run = [&] {
+        return (this->*command->run)(call);
+    };
+    const KavroError error = command->access == Command::Own
+        ? run()
+        : m_store.inTransaction(
+            run, command->access == Command::Read ? ArchiveStore::Access::Read : ArchiveStore::Access::Write);
+    for (const auto &step : error == NoError ? call.committed : call.undo)
+        step();
+    m_store.noteUser(call.user);
+    m_store.noteApplication(call.application);
     if (request.element == QLatin1String("ConvertFileGroupReply"))
         return std::nullopt;
-    reply.setError(error, KavroErrorString::Get(error));
+    reply.setError(error, call.errorText.isEmpty() ? KavroErrorString::Get(error) : call.errorText);
     return reply;
+}
+
+KavroError RequestHandler::groupForChange(Request &request, FileGroupData *group)
+{
+    const KavroError error = m_store.fileGroup(request.guid(), group);
+    if (error == NoError && group->getLocationState() == LocationCentralNotMoved)
+        return request.fail(ErrorFileGroupLocked, QStringLiteral("The file group is being moved"));
+    return error;
 }
 
 // File groups
@@ -110,7 +309,7 @@ KavroError RequestHandler::createFileGroup(Request &request)
     FileGroupData record;
     record.setName(request.text("FileGroupName"));
     record.setLifeCycle(request.in.time(QStringLiteral("LifeCycle")));
-    record.setReservedStorage(int(request.in.number(QStringLiteral("ReservedStorage"))));
+    record.setReservedStorage(request.in.number(QStringLiteral("ReservedStorage")));
     record.setLocationState(LocationCentral);
     return storeNewGroup(request, record);
 }
@@ -123,17 +322,40 @@ KavroError RequestHandler::createRovecFileGroup(Request &request)
     return storeNewGroup(request, record);
 }
 
+// A group's directory is new, or an empty directory that a client made for it, inside the storage directory
+// but outside the imported groups' place; no other group's directory is it, lies inside it or above it.
 KavroError RequestHandler::storeNewGroup(Request &request, FileGroupData &record)
 {
     QString guid = request.guid();
     if (guid.isEmpty())
         guid = QUuid::createUuid().toString(QUuid::WithoutBraces);
-    if (!isPlainName(guid))
+    request.out.values.insert(QStringLiteral("Guid"), guid);
+    if (!isGuid(guid) || m_store.fileGroupExists(guid))
         return ErrorAddFileGroup;
     const QString wanted = request.text("Path");
-    const QString path = containedPath(m_paths.data, wanted.isEmpty() ? guid : wanted);
-    if (path.isEmpty() || path == m_paths.data || !QDir().mkpath(path))
-        return ErrorCreatePath;
+    const QString path = pathBeneath(m_paths.data, wanted.isEmpty() ? guid : wanted);
+    const QString imported = m_paths.data + QLatin1String("/imported");
+    if (path.isEmpty() || !pathBeneath(imported, path, true).isEmpty())
+        return request.fail(ErrorCreatePath,
+                            QStringLiteral("The path must lie inside the storage directory, "
+                                           "outside its directory \"imported\""));
+    if (!m_store.groupUsingPath(path).isEmpty())
+        return request.fail(ErrorCreatePath,
+                            QStringLiteral("The path is another file group's directory, or lies inside or above one"));
+    QString created;
+    const FileDescriptor directory = makeDirectory(m_paths.data, path, &created);
+    if (!directory.isValid())
+        return request.fail(ErrorCreatePath,
+                            QStringLiteral("The path leads through a link or to something "
+                                           "that is not a directory"));
+    if (!created.isEmpty()) {
+        request.undo.append([root = m_paths.data, created] {
+            removeDirectory(root, created);
+            removeEmptyParents(root, created);
+        });
+    } else if (!entryNames(directory.get()).isEmpty()) {
+        return request.fail(ErrorCreatePath, QStringLiteral("The directory exists and is not empty"));
+    }
     const QDateTime now = QDateTime::currentDateTimeUtc();
     record.setGuid(guid);
     record.setPath(path);
@@ -145,9 +367,8 @@ KavroError RequestHandler::storeNewGroup(Request &request, FileGroupData &record
     record.setComment(request.text("Comment"));
     record.setCreationTime(now);
     record.setModificationTime(now);
-    m_store.noteUser(record.getCreator());
+    request.user = record.getCreator();
     const KavroError error = m_store.createFileGroup(record);
-    request.out.values.insert(QStringLiteral("Guid"), guid);
     request.out.values.insert(QStringLiteral("Path"), error == NoError ? path : QString());
     return error;
 }
@@ -155,11 +376,20 @@ KavroError RequestHandler::storeNewGroup(Request &request, FileGroupData &record
 KavroError RequestHandler::deleteFileGroup(Request &request)
 {
     FileGroupData group;
-    KavroError error = m_store.fileGroup(request.guid(), &group);
+    KavroError error = groupForChange(request, &group);
+    const bool deep = !request.in.boolean(QStringLiteral("ShallowDelete"));
+    if (error == NoError && deep && isTampered(m_paths, group.getPath()))
+        return request.fail(ErrorDeleteFileGroup,
+                            QStringLiteral("The file group's directory has been replaced by "
+                                           "something else; it is left as it is"));
     if (error == NoError)
-        error = m_store.deleteFileGroup(request.guid());
-    if (error == NoError && !request.in.boolean(QStringLiteral("ShallowDelete")))
-        removeGroupDirectory(m_paths, group.getPath());
+        error = m_store.deleteFileGroup(group.getGuid());
+    // A directory another group still uses stays.
+    if (error == NoError && deep && m_store.groupUsingPath(group.getPath(), group.getGuid()).isEmpty()) {
+        request.committed.append([paths = m_paths, directory = group.getPath()] {
+            removeGroupDirectory(paths, directory);
+        });
+    }
     return error;
 }
 
@@ -172,7 +402,7 @@ KavroError RequestHandler::checkFileGroupExists(Request &request)
 
 KavroError RequestHandler::queryMetaData(Request &request)
 {
-    m_store.noteApplication(request.text("Application"));
+    request.application = request.text("Application");
     FileGroupData group;
     const KavroError error = m_store.fileGroup(request.guid(), &group);
     if (error == NoError)
@@ -195,20 +425,29 @@ KavroError RequestHandler::queryLocationStateProgress(Request &request)
 KavroError RequestHandler::addFile(Request &request)
 {
     const QString name = request.text("FileName");
-    if (!isPlainName(name))
-        return ErrorAddFile;
-    quint32 id = 0;
-    KavroError error = m_store.addFile(request.guid(), name, request.fileId(), &id);
-    request.out.setNumber(QStringLiteral("FileId"), id);
     FileGroupData group;
-    if (error == NoError)
-        error = m_store.fileGroup(request.guid(), &group);
+    KavroError error = isPlainName(name) ? groupForChange(request, &group) : ErrorAddFile;
+    if (error != NoError)
+        return error;
+    if (!isRegularFileOfGroup(m_paths, group, name))
+        return request.fail(
+            ErrorAddFile,
+            QStringLiteral("\"%1\" is not a regular file in the file group's directory").arg(shown(name)));
+    quint32 id = request.fileId();
+    if (id == 0) {
+        const std::optional<quint32> next = m_store.nextFreeFileId(group.getGuid());
+        if (!next)
+            return request.fail(ErrorAddFile, QStringLiteral("No file id is left in the file group"));
+        id = *next;
+    }
+    error = m_store.addFile(group.getGuid(), name, id, &id);
+    request.out.setNumber(QStringLiteral("FileId"), id);
     // A group of a type some converter handles waits for it from its first file on.
-    if (error == NoError && m_events && group.getFileList().size() == 1
-        && m_events->hasConverter(group.getFileType())) {
-        error = m_store.setLocationState(request.guid(), LocationCentralNotConverted, 0);
-        if (error == NoError)
-            m_events->requestConversion(request.guid(), group.getFileType(), group.getPath());
+    if (error == NoError && m_events && group.getFileList().isEmpty() && m_events->hasConverter(group.getFileType())) {
+        error = m_store.setLocationState(group.getGuid(), LocationCentralNotConverted, 0);
+        request.committed.append([events = m_events, group] {
+            events->requestConversion(group.getGuid(), group.getFileType(), group.getPath());
+        });
     }
     return error;
 }
@@ -217,42 +456,42 @@ KavroError RequestHandler::deleteFile(Request &request)
 {
     FileGroupData group;
     QString name;
-    KavroError error = m_store.fileGroup(request.guid(), &group);
+    KavroError error = groupForChange(request, &group);
     if (error == NoError)
-        error = m_store.fileName(request.guid(), request.fileId(), &name);
+        error = m_store.fileName(group.getGuid(), request.fileId(), &name);
+    if (error == NoError && isTampered(m_paths, group.getPath()))
+        error = request.fail(ErrorRemoveFile,
+                             QStringLiteral("The file group's directory has been replaced by "
+                                            "something else"));
     if (error == NoError)
-        error = m_store.deleteFile(request.guid(), request.fileId());
-    if (error == NoError)
-        QFile::remove(filePath(group, name));
-    return error == ErrorOpenFile ? ErrorRemoveFile : error;
-}
-
-QString RequestHandler::filePath(const FileGroupData &group, const QString &name) const
-{
-    for (const QString &root : {m_paths.data, m_paths.nas}) {
-        const QString path = containedPath(root, group.getPath() + QLatin1Char('/') + name);
-        if (!path.isEmpty() && QFileInfo(path).isFile())
-            return path;
+        error = m_store.deleteFile(group.getGuid(), request.fileId());
+    // The entry itself goes: a link in its place is removed, never what it points to.
+    if (error == NoError) {
+        request.committed.append([paths = m_paths, directory = group.getPath(), name] {
+            const FileDescriptor opened = openGroupDirectory(paths, directory);
+            if (opened.isValid())
+                removeEntry(opened.get(), name);
+        });
     }
-    return QString();
+    return error == ErrorOpenFile ? ErrorRemoveFile : error;
 }
 
 KavroError RequestHandler::requestFile(Request &request)
 {
-    const QString user = request.text("UserName");
-    m_store.noteUser(user);
+    request.user = request.text("UserName");
     FileGroupData group;
     QString name;
-    KavroError error = m_store.fileGroup(request.guid(), &group);
+    KavroError error = groupForChange(request, &group);
     if (error == NoError)
-        error = m_store.fileName(request.guid(), request.fileId(), &name);
-    const QString path = error == NoError ? filePath(group, name) : QString();
-    if (error == NoError && path.isEmpty())
+        error = m_store.fileName(group.getGuid(), request.fileId(), &name);
+    // Only a regular file in the group's own directory is handed out: no link, no pipe, nothing of another group.
+    if (error == NoError && !isRegularFileOfGroup(m_paths, group, name))
         error = ErrorOpenFile;
     if (error == NoError)
-        error =
-            m_store.lockFile(request.guid(), request.fileId(), user, request.in.boolean(QStringLiteral("WriteLock")));
-    request.out.values.insert(QStringLiteral("Path"), error == NoError ? path : QString());
+        error = m_store.lockFile(group.getGuid(), request.fileId(), request.user,
+                                 request.in.boolean(QStringLiteral("WriteLock")));
+    request.out.values.insert(QStringLiteral("Path"),
+                              error == NoError ? group.getPath() + QLatin1Char('/') + name : QString());
     return error;
 }
 
@@ -263,12 +502,24 @@ KavroError RequestHandler::closeFile(Request &request)
 
 KavroError RequestHandler::moveToNas(Request &request)
 {
-    m_store.noteUser(request.text("UserName"));
-    if (!m_store.fileGroupExists(request.guid()))
-        return ErrorGuidNotFound;
-    const KavroError error = m_store.setLocationState(request.guid(), LocationCentralNotMoved, 0);
-    if (error == NoError && m_events)
-        m_events->startMove(request.origin, request.in.requestId, request.guid());
+    request.user = request.text("UserName");
+    FileGroupData group;
+    KavroError error = groupForChange(request, &group);
+    if (error != NoError)
+        return error;
+    if (storageRootOf(m_paths, group.getPath()) != m_paths.data)
+        return request.fail(ErrorMoveFileGroup, QStringLiteral("The file group is not in the storage directory"));
+    if (group.getLockCount() > 0)
+        return ErrorFileGroupLocked;
+    if (!openGroupDirectory(m_paths, group.getPath()).isValid())
+        return request.fail(ErrorMoveFileGroup, QStringLiteral("The file group's directory does not open"));
+    error = m_store.setLocationState(group.getGuid(), LocationCentralNotMoved, 0);
+    if (error == NoError && m_events) {
+        request.committed.append(
+            [events = m_events, origin = request.origin, id = request.in.requestId, guid = group.getGuid()] {
+                events->startMove(origin, id, guid);
+            });
+    }
     return error;
 }
 
@@ -276,8 +527,8 @@ KavroError RequestHandler::moveToNas(Request &request)
 
 KavroError RequestHandler::addReference(Request &request)
 {
-    m_store.noteApplication(request.text("Application"));
-    return m_store.addReference(request.guid(), request.text("Application"));
+    request.application = request.text("Application");
+    return m_store.addReference(request.guid(), request.application);
 }
 
 KavroError RequestHandler::removeReference(Request &request)
@@ -322,8 +573,8 @@ KavroError RequestHandler::getBasePath(Request &request)
 
 KavroError RequestHandler::queryFileGroups(Request &request)
 {
-    m_store.noteUser(request.text("User"));
-    m_store.noteApplication(request.text("Application"));
+    request.user = request.text("User");
+    request.application = request.text("Application");
     request.out.groups = m_store.query(QueryFileGroupsMessage::queryOf(request.in));
     return NoError;
 }
@@ -332,12 +583,12 @@ KavroError RequestHandler::queryFileGroups(Request &request)
 
 KavroError RequestHandler::exportArchive(Request &request)
 {
-    return exportGroups(m_store, m_paths, request.text("Path"), request.in.lists.value(QStringLiteral("Guid")));
+    return exportGroups(m_store, m_paths, request.text("Path"), request.in.lists.value(QStringLiteral("Guid")), m_stop);
 }
 
 KavroError RequestHandler::importArchive(Request &request)
 {
-    return importArchives(m_store, m_paths, request.in.lists.value(QStringLiteral("Path")));
+    return importArchives(m_store, m_paths, request.in.lists.value(QStringLiteral("Path")), m_stop);
 }
 
 KavroError RequestHandler::registerConverter(Request &request)
@@ -348,11 +599,16 @@ KavroError RequestHandler::registerConverter(Request &request)
     return NoError;
 }
 
+// Only the converter that was asked may answer, and only while the group waits for it.
 KavroError RequestHandler::convertFileGroupAnswered(Request &request)
 {
-    if (request.in.error != NoError)
-        return NoError; // the group stays waiting for its conversion
-    return m_store.setLocationState(request.guid(), LocationCentral, 100);
+    const bool converted = request.in.error == NoError;
+    LocationState state = LocationUndefined;
+    if (m_store.locationState(request.guid(), &state, nullptr) != NoError || state != LocationCentralNotConverted
+        || !m_events || !m_events->answersConversion(request.origin, request.guid(), converted))
+        return ErrorNoWritePermission;
+    // After an error the group stays waiting for its conversion.
+    return converted ? m_store.setLocationState(request.guid(), LocationCentral, 100) : NoError;
 }
 
 } // namespace Kavro::Server

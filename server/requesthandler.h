@@ -3,12 +3,12 @@
 #ifndef KAVRO_SERVER_REQUESTHANDLER_H
 #define KAVRO_SERVER_REQUESTHANDLER_H
 
+#include "serverlimits.h"
 #include "soapmessage_p.h"
 
 #include <kavro/kavrotypes.h>
 
-#include <QObject>
-
+#include <functional>
 #include <optional>
 
 namespace Kavro::Server
@@ -17,44 +17,63 @@ namespace Kavro::Server
 class ArchiveStore;
 struct StorePaths;
 
+//! Names a connection to the server for as long as it lives; 0 names none.
+using ConnectionId = quint64;
+
 /*!
  * \brief What a request sets going beyond its own reply, on the live server:
- * converters and moves, which belong to connections.
+ * converters and moves, which belong to connections. Called from the threads
+ * that answer requests.
  */
 class ServerEvents
 {
 public:
     virtual ~ServerEvents() = default;
-    virtual void registerConverter(QObject *origin, const QString &converterId, const QList<FileType> &types) = 0;
+    virtual void registerConverter(ConnectionId origin, const QString &converterId, const QList<FileType> &types) = 0;
     virtual bool hasConverter(FileType type) const = 0;
-    //! Sends "ConvertFileGroup" to the converter of \a type.
+    //! Sends "ConvertFileGroup" to a converter of \a type, which alone may answer it.
     virtual void requestConversion(const QString &guid, FileType type, const QString &path) = 0;
+    /*!
+     * True when \a origin is the converter that was asked to convert \a guid;
+     * when \a finished, that request is forgotten. A false answer is logged.
+     */
+    virtual bool answersConversion(ConnectionId origin, const QString &guid, bool finished) = 0;
     //! Starts copying a group to network storage; progress goes to \a origin under \a requestId.
-    virtual void startMove(QObject *origin, const QString &requestId, const QString &guid) = 0;
+    virtual void startMove(ConnectionId origin, const QString &requestId, const QString &guid) = 0;
 };
 
 /*!
  * \brief The meaning of every command: a request in, its reply out.
  *
- * Each request's changes are one transaction, committed before the reply
- * is returned. One handler serves one thread, with that thread's store.
+ * A request is checked whole before anything is done: every value must be
+ * of its kind and within its range and size, or the reply is 57 saying which
+ * is not. Each request's changes are one transaction, committed before the
+ * reply is returned; work on files that must not hold the database up
+ * (copies) runs outside it. One handler serves one thread, with that
+ * thread's store.
  */
 class RequestHandler
 {
 public:
-    //! \a events may be null where no request needs it (archive work in the background).
-    RequestHandler(ArchiveStore &store, const StorePaths &paths, ServerEvents *events);
+    /*!
+     * \a events may be null where no request needs it; \a stop, when given, is
+     * asked during long copies whether to give up (the server is stopping).
+     */
+    RequestHandler(ArchiveStore &store, const StorePaths &paths, const ServerLimits &limits, ServerEvents *events,
+                   std::function<bool()> stop = {});
 
     //! The reply to \a request from \a origin; none for a document that gets no reply.
-    std::optional<SoapMessage> handle(const SoapMessage &request, QObject *origin);
+    std::optional<SoapMessage> handle(const SoapMessage &request, ConnectionId origin);
 
-    //! True for the commands whose work may take long: they run off the thread that reads sockets.
+    //! True for the commands whose work may take long: they run apart from the quick ones.
     static bool runsInBackground(const QString &command);
 
 private:
     struct Request;
-    using Command = KavroError (RequestHandler::*)(Request &);
+    struct Command;
     static const QHash<QString, Command> &commands();
+
+    QString invalidValue(SoapMessage &request) const;
 
     KavroError createFileGroup(Request &request);
     KavroError createRovecFileGroup(Request &request);
@@ -81,12 +100,14 @@ private:
     KavroError registerConverter(Request &request);
     KavroError convertFileGroupAnswered(Request &request);
 
-    //! The absolute path of a file of a group, when it lies in the store and exists.
-    QString filePath(const FileGroupData &group, const QString &name) const;
+    //! The group \a request names, for a change: ErrorFileGroupLocked while it is being moved.
+    KavroError groupForChange(Request &request, FileGroupData *group);
 
     ArchiveStore &m_store;
     const StorePaths &m_paths;
+    const ServerLimits &m_limits;
     ServerEvents *const m_events;
+    const std::function<bool()> m_stop;
 };
 
 } // namespace Kavro::Server

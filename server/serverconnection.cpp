@@ -3,32 +3,43 @@
 #include "serverconnection.h"
 
 #include "archiveserver.h"
+#include "serverlog.h"
 #include "xmlseparator_p.h"
 
-#include <QTcpSocket>
+#include <kavro/kavroerrorstring.h>
 
-#include <cstdio>
+#include <QTcpSocket>
 
 namespace Kavro::Server
 {
 
-void logLine(const QString &line)
+namespace
 {
-    std::fprintf(stderr, "kavro-server: %s\n", line.toLocal8Bit().constData());
-    std::fflush(stderr);
-}
+// What the socket itself takes from the network ahead of the separator.
+constexpr qint64 s_socketReadBuffer = 64 << 10;
+} // namespace
 
-ServerConnection::ServerConnection(QTcpSocket *socket, ArchiveServer *server)
+ServerConnection::ServerConnection(QTcpSocket *socket, ArchiveServer *server, ConnectionId id,
+                                   const ServerLimits &limits)
     : QObject(server)
     , m_socket(socket)
-    , m_separator(new XmlSeparator(socket, XmlSeparator::AutoDetect, this))
     , m_server(server)
+    , m_id(id)
+    , m_limits(limits)
     , m_peer(socket->peerAddress().toString() + QLatin1Char(':') + QString::number(socket->peerPort()))
 {
     socket->setParent(this);
+    socket->setReadBufferSize(s_socketReadBuffer);
+    m_separator = new XmlSeparator(socket, XmlSeparator::AutoDetect, this);
+    m_separator->setMaxMessageSize(m_limits.maxRequestSize);
+    // After the separator has taken what arrived: how much the connection holds now.
+    connect(socket, &QIODevice::readyRead, this, &ServerConnection::bytesArrived);
     connect(m_separator, &XmlSeparator::xmlReceived, this, &ServerConnection::received);
     connect(m_separator, &XmlSeparator::messageTooLarge, this, [this](qint64 size) {
-        logLine(QStringLiteral("%1: refused a message of %2 bytes; closing the connection").arg(m_peer).arg(size));
+        logLine(QStringLiteral("%1: refused a message of %2 bytes or more (at most %3); closing the connection")
+                    .arg(m_peer)
+                    .arg(size)
+                    .arg(m_limits.maxRequestSize));
         m_socket->abort();
     });
     connect(m_separator, &XmlSeparator::errorOccured, this, [this](const QString &error) {
@@ -37,12 +48,16 @@ ServerConnection::ServerConnection(QTcpSocket *socket, ArchiveServer *server)
         SoapMessage reply;
         reply.element = QStringLiteral("Reply");
         reply.setError(ErrorSoapParsing, error);
-        send(reply);
+        send(m_server->framed(reply));
         m_socket->disconnectFromHost();
     });
+    connect(socket, &QTcpSocket::bytesWritten, this, &ServerConnection::readOn);
     connect(socket, &QTcpSocket::disconnected, this, [this] {
         m_server->connectionClosed(this);
     });
+    m_deadline.setSingleShot(true);
+    connect(&m_deadline, &QTimer::timeout, this, &ServerConnection::deadlinePassed);
+    m_deadline.start(m_limits.idleTimeoutMs);
 }
 
 ServerConnection::~ServerConnection() = default;
@@ -52,46 +67,100 @@ void ServerConnection::close()
     m_socket->disconnectFromHost();
 }
 
-void ServerConnection::send(const SoapMessage &message)
+void ServerConnection::send(const QByteArray &document)
 {
-    const QByteArray document = writeSoapMessage(message);
-    m_separator->sendXml(m_server->m_compressReplies ? qCompress(document) : document);
-}
-
-void ServerConnection::sendReply(const SoapMessage &reply)
-{
-    if (reply.number(QStringLiteral("Error")) != NoError)
-        logLine(QStringLiteral("%1: %2 refused with %3: %4")
-                    .arg(m_peer, reply.element, reply.text(QStringLiteral("Error")),
-                         reply.text(QStringLiteral("ErrorString"))));
-    send(reply);
+    if (m_socket->state() == QAbstractSocket::ConnectedState)
+        m_separator->sendXml(document);
 }
 
 void ServerConnection::received(const QByteArray &document)
 {
-    m_pending.append(document);
-    answerPending();
+    // One request at a time: the rest stays unread until its reply is on its way.
+    m_separator->pause();
+    m_answering = true;
+    m_hadRequest = true;
+    m_requestSize = document.size();
+    m_deadline.stop();
+    reportMemory();
+    m_server->answer(this, document);
 }
 
-void ServerConnection::answerPending()
+void ServerConnection::finishRequest(const QByteArray &reply)
 {
-    while (!m_busy && !m_pending.isEmpty()) {
-        const SoapMessage request = readSoapMessage(m_pending.takeFirst(), SoapSender::Client);
-        if (request.readError.isEmpty() && RequestHandler::runsInBackground(request.element)) {
-            m_busy = true;
-            m_server->answerInBackground(this, request);
-            return;
-        }
-        if (const std::optional<SoapMessage> reply = m_server->m_handler.handle(request, this))
-            sendReply(*reply);
+    if (!reply.isEmpty())
+        send(reply);
+    m_answering = false;
+    m_requestSize = 0;
+    reportMemory();
+    for (const auto &work : std::exchange(m_afterReply, {}))
+        work();
+    readOn();
+    watchDeadline();
+}
+
+void ServerConnection::afterReply(const std::function<void()> &work)
+{
+    if (m_answering)
+        m_afterReply.append(work);
+    else
+        work();
+}
+
+void ServerConnection::memoryFreed()
+{
+    m_waitingForMemory = false;
+    readOn();
+}
+
+void ServerConnection::readOn()
+{
+    if (m_answering || m_waitingForMemory || m_socket->bytesToWrite() > m_limits.maxUnsentReplies
+        || m_socket->state() != QAbstractSocket::ConnectedState)
+        return;
+    m_separator->resume();
+}
+
+void ServerConnection::bytesArrived()
+{
+    if (m_answering)
+        return;
+    reportMemory();
+    watchDeadline();
+}
+
+qint64 ServerConnection::bytesHeld() const
+{
+    return m_separator->heldBytes() + m_socket->bytesAvailable() + m_requestSize;
+}
+
+void ServerConnection::watchDeadline()
+{
+    // A request that has begun must be whole in time; before the first one, the idle timeout runs.
+    if (!m_answering && bytesHeld() > 0 && !m_deadline.isActive())
+        m_deadline.start(m_limits.requestTimeoutMs);
+}
+
+void ServerConnection::reportMemory()
+{
+    if (!m_server->holdMemory(this, bytesHeld()) && !m_answering) {
+        m_waitingForMemory = true;
+        m_separator->pause();
     }
 }
 
-void ServerConnection::finishBackground(const SoapMessage &reply)
+void ServerConnection::deadlinePassed()
 {
-    sendReply(reply);
-    m_busy = false;
-    answerPending();
+    if (m_answering || m_waitingForMemory) {
+        m_deadline.start(m_limits.requestTimeoutMs); // not this connection's doing
+        return;
+    }
+    logLine(m_hadRequest ? QStringLiteral("%1: a request did not arrive whole within %2 s; closing the connection")
+                               .arg(m_peer)
+                               .arg(m_limits.requestTimeoutMs / 1000)
+                         : QStringLiteral("%1: no request within %2 s; closing the connection")
+                               .arg(m_peer)
+                               .arg(m_limits.idleTimeoutMs / 1000));
+    m_socket->abort();
 }
 
 } // namespace Kavro::Server

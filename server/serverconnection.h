@@ -3,9 +3,13 @@
 #ifndef KAVRO_SERVER_SERVERCONNECTION_H
 #define KAVRO_SERVER_SERVERCONNECTION_H
 
-#include "soapmessage_p.h"
+#include "requesthandler.h"
+#include "serverlimits.h"
 
 #include <QObject>
+#include <QTimer>
+
+#include <functional>
 
 QT_BEGIN_NAMESPACE
 class QTcpSocket;
@@ -20,40 +24,57 @@ namespace Server
 
 class ArchiveServer;
 
-//! Writes one line of the server's log on stderr.
-void logLine(const QString &line);
-
 /*!
  * \brief One client's connection: its documents in, its replies out, in order.
  *
- * Documents are read in whatever framing the client uses. While a request
- * runs in the background, the connection's later requests wait for it.
+ * Documents are read in whatever framing the client uses. One request is
+ * answered at a time: while it is, and while the replies not yet sent exceed
+ * their bound or the server's memory for requests is spent, nothing more is
+ * read, so a client that sends faster than it reads slows down only itself.
+ * A connection that sends no whole request in time is closed.
  */
 class ServerConnection : public QObject
 {
     Q_OBJECT
 public:
-    ServerConnection(QTcpSocket *socket, ArchiveServer *server);
+    ServerConnection(QTcpSocket *socket, ArchiveServer *server, ConnectionId id, const ServerLimits &limits);
     ~ServerConnection() override;
     Q_DISABLE_COPY_MOVE(ServerConnection)
 
-    void send(const SoapMessage &message);
-    //! The reply of a request that ran in the background; the next request follows.
-    void finishBackground(const SoapMessage &reply);
-    void close();
+    ConnectionId id() const { return m_id; }
     QString peer() const { return m_peer; }
+    //! Writes a framed document: a reply or a message of the server's own.
+    void send(const QByteArray &document);
+    //! The reply to the request being answered (empty for none); the next request may follow.
+    void finishRequest(const QByteArray &reply);
+    //! Runs \a work once the reply to the request being answered is sent, or now when none is.
+    void afterReply(const std::function<void()> &work);
+    //! Reads again after waiting for memory that other connections held.
+    void memoryFreed();
+    void close();
 
 private:
     void received(const QByteArray &document);
-    void answerPending();
-    void sendReply(const SoapMessage &reply);
+    void bytesArrived();
+    //! Reads on when nothing holds the connection back.
+    void readOn();
+    qint64 bytesHeld() const;
+    void reportMemory();
+    void watchDeadline();
+    void deadlinePassed();
 
     QTcpSocket *const m_socket;
-    XmlSeparator *const m_separator;
+    XmlSeparator *m_separator = nullptr;
     ArchiveServer *const m_server;
+    const ConnectionId m_id;
+    const ServerLimits m_limits;
     const QString m_peer;
-    QList<QByteArray> m_pending;
-    bool m_busy = false;
+    QTimer m_deadline;
+    qint64 m_requestSize = 0; // of the request being answered
+    bool m_answering = false;
+    bool m_waitingForMemory = false;
+    bool m_hadRequest = false;
+    QList<std::function<void()>> m_afterReply;
 };
 
 } // namespace Server

@@ -65,6 +65,11 @@ void XmlSeparator::setMaxMessageSize(qint64 bytes)
     m_maxMessageSize = bytes;
 }
 
+qint64 XmlSeparator::heldBytes() const
+{
+    return m_buffer.size() + m_document.size();
+}
+
 void XmlSeparator::connectSocket()
 {
     disconnectSocket();

@@ -64,6 +64,8 @@ public:
     bool isUncompressingIncoming() const;
     qint64 maxMessageSize() const;
     void setMaxMessageSize(qint64 bytes);
+    //! The bytes held of messages not yet whole, and of those not yet delivered.
+    qint64 heldBytes() const;
 
 Q_SIGNALS:
     //! One complete message.

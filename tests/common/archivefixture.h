@@ -44,7 +44,7 @@ public:
                                                        QStringLiteral("detail of ") + name, comment, type,
                                                        reservedStorage, name, localPath);
         for (const QString &fileName : fileNames) {
-            const QString path = QDir(m_files.path()).filePath(fileName);
+            const QString path = QDir(localPath).filePath(fileName); // a file is added from the group's directory
             if (!writeFile(path, fileName.toUtf8()) || m_client->AddFile(path, guid) == 0)
                 return QString();
         }
@@ -54,7 +54,6 @@ public:
 private:
     TemporarySettings m_settings{QByteArray(), true};
     QTemporaryDir m_store;
-    QTemporaryDir m_files;
     ServerProcess m_server;
     std::unique_ptr<Kavro::KavroClient> m_client;
 };
