@@ -137,9 +137,9 @@ public:
         record.setPath(m_data + QLatin1Char('/') + guid); // not made on disk: queries read only the database
         record.setTeam(QLatin1String(pick(teams, m_random)));
         record.setVersion(QLatin1String(pick(versions, m_random)));
-        record.setReservedStorage(int(m_random() % 2048));
+        record.setReservedStorage(qint64(m_random() % 2048));
         FileGroupData::FileList files;
-        for (int id = 1, last = 1 + int(m_random() % 5); id <= last; ++id)
+        for (quint32 id = 1, last = 1 + quint32(m_random() % 5); id <= last; ++id)
             files.append({QString::number(id) + QLatin1Char('_') + QLatin1String(pick(fileNames, m_random)), id});
         record.setFileList(files);
         return record;

@@ -75,7 +75,7 @@ QJsonObject recordJson(const FileGroupData &group)
     object.insert(QStringLiteral("lifeCycle"), timeJson(group.getLifeCycle()));
     QJsonArray files;
     for (const auto &[name, id] : group.getFileList())
-        files.append(QJsonObject{{QStringLiteral("id"), id}, {QStringLiteral("name"), name}});
+        files.append(QJsonObject{{QStringLiteral("id"), qint64(id)}, {QStringLiteral("name"), name}});
     object.insert(QStringLiteral("files"), files);
     return object;
 }

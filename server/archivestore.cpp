@@ -571,7 +571,7 @@ KavroError ArchiveStore::fileGroup(const QString &guid, FileGroupData *record)
         return ErrorReadFileFromDb;
     FileGroupData::FileList fileList;
     for (const StoredFile &file : std::as_const(stored))
-        fileList.append({file.name, int(file.id)});
+        fileList.append({file.name, file.id});
     result.setFileList(fileList);
     *record = result;
     return NoError;

@@ -47,7 +47,7 @@ class KAVRO_EXPORT FileGroupData
 {
 public:
     //! The group's files in insertion order: (file name, file id).
-    using FileList = QVector<QPair<QString, int>>;
+    using FileList = QVector<QPair<QString, quint32>>;
 
     //! How far FromHtml() reads.
     enum ReadExtent {
@@ -95,8 +95,9 @@ public:
     void setTeam(const QString &team);
     QString getVersion() const;
     void setVersion(const QString &version);
-    int getReservedStorage() const;
-    void setReservedStorage(int reservedStorage);
+    //! Bytes reserved for the group; a negative value is not written to XML.
+    qint64 getReservedStorage() const;
+    void setReservedStorage(qint64 reservedStorage);
     int getReferenceCount() const;
     void setReferenceCount(int referenceCount);
     //! Shown in the list form only; not part of the XML form.
@@ -104,7 +105,7 @@ public:
     void setLockCount(int lockCount);
 
     //! Appends one file; names and ids are not tested for duplicates.
-    void addFile(const QString &name, int id);
+    void addFile(const QString &name, quint32 id);
     const FileList &getFileList() const;
     void setFileList(const FileList &files);
 
@@ -123,7 +124,7 @@ public:
     void ToHtml(QXmlStreamWriter &writer, bool withGroupElement, bool withNamespace) const;
     /*!
      * Reads the XML element form. Returns NoError, ErrorReadXmlFile for an
-     * out-of-range file type or location state, an unexpected element of the
+     * out-of-range file type, location state or file id, an unexpected element of the
      * service namespace or a malformed document, or the code of an "Error"
      * element. What was read stays in the record whatever the result.
      */

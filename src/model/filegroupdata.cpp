@@ -140,15 +140,15 @@ QString FileGroupData::getTeam() const { return d->team; }
 void FileGroupData::setTeam(const QString &team) { d->team = team; }
 QString FileGroupData::getVersion() const { return d->version; }
 void FileGroupData::setVersion(const QString &version) { d->version = version; }
-int FileGroupData::getReservedStorage() const { return d->reservedStorage; }
-void FileGroupData::setReservedStorage(int reservedStorage) { d->reservedStorage = reservedStorage; }
+qint64 FileGroupData::getReservedStorage() const { return d->reservedStorage; }
+void FileGroupData::setReservedStorage(qint64 reservedStorage) { d->reservedStorage = reservedStorage; }
 int FileGroupData::getReferenceCount() const { return d->referenceCount; }
 void FileGroupData::setReferenceCount(int referenceCount) { d->referenceCount = referenceCount; }
 int FileGroupData::getLockCount() const { return d->lockCount; }
 void FileGroupData::setLockCount(int lockCount) { d->lockCount = lockCount; }
 // clang-format on
 
-void FileGroupData::addFile(const QString &name, int id)
+void FileGroupData::addFile(const QString &name, quint32 id)
 {
     d->fileList.append(qMakePair(name, id));
 }
@@ -209,7 +209,7 @@ FileGroupData FileGroupData::fromStringList(const QStringList &values)
     data.detail = values.value(ColumnDetail);
     data.team = values.value(ColumnTeam);
     data.version = values.value(ColumnVersion);
-    data.reservedStorage = values.value(ColumnReservedStorage).toInt();
+    data.reservedStorage = values.value(ColumnReservedStorage).toLongLong();
     data.referenceCount = values.value(ColumnReferenceCount).toInt();
     data.lockCount = values.value(ColumnLockCount).toInt();
     data.guid = values.value(ColumnGuid);

@@ -29,7 +29,7 @@ public:
     QString path;
     QString team;
     QString version;
-    int reservedStorage = 0;
+    qint64 reservedStorage = 0;
     int referenceCount = 0;
     int lockCount = 0;
     FileGroupData::FileList fileList;

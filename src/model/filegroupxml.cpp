@@ -10,6 +10,8 @@
 
 #include <array>
 #include <iterator>
+#include <limits>
+#include <optional>
 
 namespace Kavro
 {
@@ -63,10 +65,20 @@ void readText(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &
     data.*field = reader.readElementText();
 }
 
-template<int FileGroupDataPrivate::*field>
+void setNumber(int &target, const QString &text)
+{
+    target = text.toInt();
+}
+
+void setNumber(qint64 &target, const QString &text)
+{
+    target = text.toLongLong();
+}
+
+template<auto field>
 void readNumber(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &)
 {
-    data.*field = reader.readElementText().toInt();
+    setNumber(data.*field, reader.readElementText());
 }
 
 // The digits of \a text from \a at on, \a count of them; -1 when one is not a digit.
@@ -103,19 +115,25 @@ void readTime(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &
     data.*field = utcFromText(reader.readElementText());
 }
 
-// Stores the number when it lies in 0..last; otherwise flags the record with ErrorReadXmlFile.
-template<typename Enum, Enum FileGroupDataPrivate::*field, int last>
-void readEnumeration(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &result, const char *warning)
+// The number of the element's text when it lies in 0..last; otherwise none, and the record
+// is flagged with ErrorReadXmlFile and \a warning traced.
+std::optional<quint32> readNumberUpTo(QXmlStreamReader &reader, quint32 last, KavroError &result, const char *warning)
 {
     const QString text = reader.readElementText();
     bool ok = false;
-    const int value = text.toInt(&ok);
-    if (ok && value >= 0 && value <= last) {
-        data.*field = static_cast<Enum>(value);
-        return;
-    }
+    const quint32 value = text.toUInt(&ok);
+    if (ok && value <= last)
+        return value;
     result = ErrorReadXmlFile;
     KAVRO_TRACE_WARNING(QLatin1String(warning).arg(text));
+    return std::nullopt;
+}
+
+template<typename Enum, Enum FileGroupDataPrivate::*field, int last>
+void readEnumeration(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &result, const char *warning)
+{
+    if (const std::optional<quint32> value = readNumberUpTo(reader, last, result, warning))
+        data.*field = static_cast<Enum>(*value);
 }
 
 void readFileType(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &result)
@@ -135,18 +153,19 @@ bool isEndOf(const QXmlStreamReader &reader, QLatin1String localName)
     return reader.isEndElement() && reader.name() == localName;
 }
 
-// Reads the "File" entries up to the end of "Files".
-void readFiles(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &)
+// Reads the "File" entries up to the end of "Files"; a file whose id is not read keeps id 0.
+void readFiles(QXmlStreamReader &reader, FileGroupDataPrivate &data, KavroError &result)
 {
     QString name;
-    int id = 0;
+    quint32 id = 0;
     while (!reader.atEnd() && !reader.hasError() && !isEndOf(reader, QLatin1String("Files"))) {
         reader.readNext();
         if (reader.isStartElement() && reader.name() == QLatin1String("File")) {
             name.clear();
             id = 0;
         } else if (reader.isStartElement() && reader.name() == QLatin1String("FileId")) {
-            id = reader.readElementText().toInt();
+            id = readNumberUpTo(reader, std::numeric_limits<quint32>::max(), result, "Invalid file id \"%1\" read")
+                     .value_or(0);
         } else if (reader.isStartElement() && reader.name() == QLatin1String("FileName")) {
             name = reader.readElementText();
         } else if (isEndOf(reader, QLatin1String("File"))) {

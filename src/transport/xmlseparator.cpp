@@ -8,6 +8,8 @@
 #include <QTcpSocket>
 #include <QtEndian>
 
+#include <algorithm>
+
 namespace Kavro
 {
 
@@ -22,6 +24,26 @@ constexpr qint64 s_readChunk = 256 * 1024;
 bool isWhiteSpace(char byte)
 {
     return byte == ' ' || byte == '\n' || byte == '\r' || byte == '\t';
+}
+
+XmlSeparator::Mode modeByZeroBytes(const char *prefix)
+{
+    if (prefix[0] == 0)
+        return XmlSeparator::LengthPrefixBigEndian;
+    if (prefix[3] == 0)
+        return XmlSeparator::LengthPrefixLittleEndian;
+    return XmlSeparator::PlainXml;
+}
+
+XmlSeparator::Mode modeByFirstCharacter(const char *prefix, qint64 maxMessageSize)
+{
+    const char first = prefix[0];
+    const bool startsDocument = first == '<' || isWhiteSpace(first) || first == '\xef'; // '\xef': byte-order mark
+    if (startsDocument && std::find(prefix, prefix + s_prefixLength, '\0') == prefix + s_prefixLength)
+        return XmlSeparator::PlainXml;
+    if (qFromLittleEndian<quint32>(prefix) > maxMessageSize && qFromBigEndian<quint32>(prefix) <= maxMessageSize)
+        return XmlSeparator::LengthPrefixBigEndian;
+    return XmlSeparator::LengthPrefixLittleEndian;
 }
 } // namespace
 
@@ -43,6 +65,16 @@ XmlSeparator::~XmlSeparator() = default;
 XmlSeparator::Mode XmlSeparator::mode() const
 {
     return m_mode;
+}
+
+XmlSeparator::Detection XmlSeparator::detection() const
+{
+    return m_detection;
+}
+
+void XmlSeparator::setDetection(Detection detection)
+{
+    m_detection = detection;
 }
 
 bool XmlSeparator::isCompressingOutgoing() const
@@ -248,13 +280,9 @@ bool XmlSeparator::detectMode()
 {
     if (available() < s_prefixLength)
         return false;
-    const char *first = m_buffer.constData() + m_offset;
-    if (first[0] == 0)
-        m_mode = LengthPrefixBigEndian;
-    else if (first[3] == 0)
-        m_mode = LengthPrefixLittleEndian;
-    else
-        m_mode = PlainXml;
+    const char *prefix = m_buffer.constData() + m_offset;
+    m_mode =
+        m_detection == Detection::ZeroBytes ? modeByZeroBytes(prefix) : modeByFirstCharacter(prefix, m_maxMessageSize);
     return true;
 }
 

@@ -21,7 +21,8 @@ namespace Kavro
  *
  * Framings: plain XML documents one after the other, or each message behind
  * a 4-byte length (big- or little-endian). AutoDetect decides from the first
- * four bytes. Length-prefixed payloads in Qt's compressed format are unpacked;
+ * four bytes by the rule detection() names. Length-prefixed payloads in Qt's
+ * compressed format are unpacked;
  * the first payload that is not switches unpacking off for good.
  *
  * Messages are delivered through xmlReceived() as they are cut, each one
@@ -49,6 +50,21 @@ public:
     };
     Q_ENUM(Mode)
 
+    //! How AutoDetect reads the first four bytes.
+    enum class Detection {
+        //! A zero first byte means big-endian, a zero fourth byte little-endian, anything else plain XML.
+        ZeroBytes,
+        /*!
+         * Plain XML when the first byte can start a document ('<', white space
+         * or a UTF-8 byte-order mark) and none of the four is zero; otherwise a
+         * little-endian length, or a big-endian one when only that is within
+         * maxMessageSize(). Reads every little-endian length right, also
+         * multiples of 256 and lengths of 16 MiB or more.
+         */
+        FirstCharacter,
+    };
+    Q_ENUM(Detection)
+
     static constexpr qint64 defaultMaxMessageSize = 256 * 1024 * 1024;
     //! The most messages, and about the most bytes, delivered in one turn of the event loop.
     static constexpr int frameBatch = 64;
@@ -60,6 +76,9 @@ public:
     Q_DISABLE_COPY_MOVE(XmlSeparator)
 
     Mode mode() const;
+    Detection detection() const;
+    //! Takes effect on the next detection; ZeroBytes by default.
+    void setDetection(Detection detection);
     bool isCompressingOutgoing() const;
     bool isUncompressingIncoming() const;
     qint64 maxMessageSize() const;
@@ -115,6 +134,7 @@ private:
     void scheduleRead();
 
     Mode m_mode;
+    Detection m_detection = Detection::ZeroBytes;
     QXmlStreamReader m_reader;
     QTcpSocket *const m_socket;
     QByteArray m_document;

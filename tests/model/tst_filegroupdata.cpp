@@ -20,7 +20,8 @@ namespace
 {
 const QByteArray s_namespace = "http://kavro/8SP/KAVRO";
 
-// A record with every field set; the path and lock count are not part of the XML form.
+// A record with every field set, numbers at the top of their range; the path
+// and lock count are not part of the XML form.
 FileGroupData fullRecord(const QString &guid = QStringLiteral("6f1c2a4e-0000-4000-8000-00000000abcd"))
 {
     FileGroupData record;
@@ -38,10 +39,10 @@ FileGroupData fullRecord(const QString &guid = QStringLiteral("6f1c2a4e-0000-400
     record.setDetail(QStringLiteral("Ümlaut détail"));
     record.setTeam(QStringLiteral("blue"));
     record.setVersion(QStringLiteral("1.2"));
-    record.setReservedStorage(1024);
+    record.setReservedStorage(5000000000);
     record.setReferenceCount(2);
     record.addFile(QStringLiteral("a.wav"), 1);
-    record.addFile(QStringLiteral("b.wav"), 7);
+    record.addFile(QStringLiteral("b.wav"), 4294967295);
     return record;
 }
 
@@ -165,6 +166,12 @@ void tst_FileGroupData::read_data()
     pck.setFileType(FileTypePck);
     FileGroupData timed;
     timed.setCreationTime(QDateTime(QDate(2021, 3, 28), QTime(2, 30), Qt::UTC));
+    FileGroupData wide;
+    wide.setReservedStorage(5000000000);
+    wide.addFile(QStringLiteral("w"), 4294967295);
+    FileGroupData badIds;
+    badIds.addFile(QStringLiteral("negative"), 0);
+    badIds.addFile(QStringLiteral("too large"), 0);
     FileGroupData withFiles;
     withFiles.addFile(QStringLiteral("x.txt"), 3);
     withFiles.addFile(QString(), 0);
@@ -191,6 +198,16 @@ void tst_FileGroupData::read_data()
         << QStringList();
     QTest::newRow("time read as UTC") << group("<m:CreationTime>2021-03-28 02:30:00</m:CreationTime>") << 0 << timed
                                       << QStringList();
+    QTest::newRow("64-bit storage, unsigned 32-bit file id")
+        << group("<m:ReservedStorage>5000000000</m:ReservedStorage>"
+                 "<m:Files><m:File><m:FileId>4294967295</m:FileId><m:FileName>w</m:FileName></m:File></m:Files>")
+        << 0 << wide << QStringList();
+    QTest::newRow("file ids outside 32 bits rejected, the files kept")
+        << group("<m:Files><m:File><m:FileId>-1</m:FileId><m:FileName>negative</m:FileName></m:File>"
+                 "<m:File><m:FileId>4294967296</m:FileId><m:FileName>too large</m:FileName></m:File></m:Files>")
+        << 54 << badIds
+        << QStringList{QStringLiteral("Invalid file id \"-1\" read"),
+                       QStringLiteral("Invalid file id \"4294967296\" read")};
     QTest::newRow("files in any inner order")
         << group("<m:Files><m:File><m:FileName>x.txt</m:FileName><m:FileId>3</m:FileId></m:File><m:File/></m:Files>"
                  "<m:Version>after</m:Version>")
@@ -234,7 +251,7 @@ void tst_FileGroupData::listForm()
              QStringList({QStringLiteral("Audio Recording"), QStringLiteral("Central"),
                           original.getBackupTime().toLocalTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"))}));
     QCOMPARE(values.mid(12, 4),
-             QStringList({QStringLiteral("1024"), QStringLiteral("2"), QStringLiteral("4"), original.getGuid()}));
+             QStringList({QStringLiteral("5000000000"), QStringLiteral("2"), QStringLiteral("4"), original.getGuid()}));
 
     // The list form holds neither the files nor the path.
     FileGroupData expected = original;
@@ -264,7 +281,9 @@ void tst_FileGroupData::exportFiles()
     const QString base = record.getName() + QStringLiteral("_G");
 
     QCOMPARE(record.toXmlFileForExport(directory), base + QStringLiteral(".fgdesc"));
-    QCOMPARE(readFile(directory + QDir::separator() + base + QStringLiteral(".fgdesc")), xmlOf(record));
+    const QByteArray written = readFile(directory + QDir::separator() + base + QStringLiteral(".fgdesc"));
+    QCOMPARE(written, xmlOf(record));
+    QVERIFY(written.contains("<m:ReservedStorage>5000000000<") && written.contains("<m:FileId>4294967295<"));
 
     // Numbered names are joined to the directory without a separator.
     QCOMPARE(record.toXmlFileForExport(directory), base + QStringLiteral("_1.fgdesc"));

@@ -71,6 +71,8 @@ void tst_XmlSeparator::receive_data()
     QTest::addColumn<int>("pieceSize"); // 0: one write
     QTest::addColumn<QList<QByteArray>>("messages");
     QTest::addColumn<XmlSeparator::Mode>("detected");
+    QTest::addColumn<XmlSeparator::Detection>("detection");
+    QTest::addColumn<qint64>("limit");
 
     const QByteArray a = document("a", 300 - 30);
     const QByteArray b = document("b");
@@ -78,11 +80,14 @@ void tst_XmlSeparator::receive_data()
         return FakeServer::frame(payload, FakeServer::LittleEndian, compressed);
     };
     using Mode = XmlSeparator::Mode;
+    using Detection = XmlSeparator::Detection;
     // The mode detected is the one set, unless that is AutoDetect.
     const auto row = [](const char *tag, Mode mode, const QByteArray &bytes, int pieceSize,
-                        const QList<QByteArray> &messages, Mode detected = XmlSeparator::AutoDetect) {
+                        const QList<QByteArray> &messages, Mode detected = XmlSeparator::AutoDetect,
+                        Detection detection = Detection::ZeroBytes,
+                        qint64 limit = XmlSeparator::defaultMaxMessageSize) {
         QTest::newRow(tag) << mode << bytes << pieceSize << messages
-                           << (detected == XmlSeparator::AutoDetect ? mode : detected);
+                           << (detected == XmlSeparator::AutoDetect ? mode : detected) << detection << limit;
     };
     const Mode little = XmlSeparator::LengthPrefixLittleEndian;
     const Mode big = XmlSeparator::LengthPrefixBigEndian;
@@ -92,6 +97,27 @@ void tst_XmlSeparator::receive_data()
     row("big-endian detected", XmlSeparator::AutoDetect, FakeServer::frame(a, FakeServer::BigEndian), 0, {a}, big);
     row("plain XML detected", XmlSeparator::AutoDetect, a + b, 0, {a, b}, plain);
     row("frame split at every byte", XmlSeparator::AutoDetect, le(a), 1, {a}, little);
+
+    // A little-endian length that is a multiple of 256 starts with a zero byte, and one of
+    // 16 MiB or more may have no zero byte: the zero-bytes rule misreads both.
+    const QByteArray a512 = document("a", 512 - 28);
+    const QByteArray large = document("large", 16 * 1024 * 1024);
+    const auto first = Detection::FirstCharacter;
+    row("zero bytes: little-endian 512 bytes taken as big-endian", XmlSeparator::AutoDetect, le(a512), 0, {}, big);
+    row("zero bytes: little-endian 16 MiB taken as plain XML", XmlSeparator::AutoDetect, le(large).left(4), 0, {},
+        plain);
+    row("first character: little-endian 512 bytes", XmlSeparator::AutoDetect, le(a512), 0, {a512}, little, first);
+    const QByteArray a60 = document("a", 60 - 28); // its length's first byte is '<'
+    row("first character: little-endian 60 bytes", XmlSeparator::AutoDetect, le(a60), 0, {a60}, little, first);
+    row("first character: little-endian 16 MiB", XmlSeparator::AutoDetect, le(large), 0, {large}, little, first,
+        32 * 1024 * 1024);
+    row("first character: big-endian when only that fits", XmlSeparator::AutoDetect,
+        FakeServer::frame(a, FakeServer::BigEndian), 0, {a}, big, first);
+    row("first character: plain XML", XmlSeparator::AutoDetect, a + b, 0, {a, b}, plain, first);
+    row("first character: white space, then XML", XmlSeparator::AutoDetect, "\n" + a, 0, {a}, plain, first);
+    row("first character: byte-order mark, then XML", XmlSeparator::AutoDetect, "\xef\xbb\xbf" + b, 0,
+        {"\xef\xbb\xbf" + b}, plain, first);
+
     row("three frames in one write", little, le(a) + le(b) + le(a), 0, {a, b, a});
     row("compressed frames unpacked", big, FakeServer::frame(a, FakeServer::BigEndian, true), 0, {a});
     row("compressed split at every byte", little, le(a, true) + le(b, true), 1, {a, b});
@@ -113,15 +139,19 @@ void tst_XmlSeparator::receive()
     QFETCH(int, pieceSize);
     QFETCH(QList<QByteArray>, messages);
     QFETCH(XmlSeparator::Mode, detected);
+    QFETCH(XmlSeparator::Detection, detection);
+    QFETCH(qint64, limit);
 
     connectSeparator(mode);
+    m_separator->setDetection(detection);
+    m_separator->setMaxMessageSize(limit);
     QSignalSpy received(m_separator.get(), &XmlSeparator::xmlReceived);
     m_server->sendRaw(bytes, pieceSize);
 
+    QTRY_COMPARE(m_separator->mode(), detected);
     QTRY_COMPARE(received.size(), messages.size());
     for (int i = 0; i < messages.size(); ++i)
         QCOMPARE(received.at(i).at(0).toByteArray(), messages.at(i));
-    QCOMPARE(m_separator->mode(), detected);
 }
 
 void tst_XmlSeparator::autoDetectWaitsForFourBytes()
