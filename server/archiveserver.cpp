@@ -131,6 +131,7 @@ void ArchiveServer::close()
 
 void ArchiveServer::acceptConnections()
 {
+    m_acceptFailing = false;
     while (QTcpSocket *socket = m_listener.nextPendingConnection()) {
         if (m_connections.size() >= m_limits.maxConnections) {
             if (!std::exchange(m_refusingConnections, true))
@@ -152,7 +153,7 @@ void ArchiveServer::acceptConnections()
 void ArchiveServer::acceptFailed(QAbstractSocket::SocketError error)
 {
     m_listener.pauseAccepting();
-    if (!m_acceptRetry.isActive())
+    if (!std::exchange(m_acceptFailing, true))
         logLine(QStringLiteral("cannot accept connections (%1: %2); trying again every %3 ms")
                     .arg(int(error))
                     .arg(m_listener.errorString())
@@ -195,6 +196,9 @@ bool ArchiveServer::holdMemory(ServerConnection *connection, qint64 bytes)
     }
     if (counted == 0 || m_totalHeld <= m_limits.requestMemory)
         return true;
+    if (m_waitingForMemory.isEmpty())
+        logLine(QStringLiteral("the memory for requests (%1 bytes) is spent; connections with large requests wait")
+                    .arg(m_limits.requestMemory));
     if (!m_waitingForMemory.contains(id))
         m_waitingForMemory.append(id);
     return false;

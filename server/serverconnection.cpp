@@ -32,6 +32,8 @@ ServerConnection::ServerConnection(QTcpSocket *socket, ArchiveServer *server, Co
     socket->setReadBufferSize(s_socketReadBuffer);
     m_separator = new XmlSeparator(socket, XmlSeparator::AutoDetect, this);
     m_separator->setMaxMessageSize(m_limits.maxRequestSize);
+    // Plain XML by its first character, else a little-endian length unless only a big-endian one fits.
+    m_separator->setDetection(XmlSeparator::Detection::FirstCharacter);
     // After the separator has taken what arrived: how much the connection holds now.
     connect(socket, &QIODevice::readyRead, this, &ServerConnection::bytesArrived);
     connect(m_separator, &XmlSeparator::xmlReceived, this, &ServerConnection::received);
@@ -114,9 +116,16 @@ void ServerConnection::memoryFreed()
 
 void ServerConnection::readOn()
 {
-    if (m_answering || m_waitingForMemory || m_socket->bytesToWrite() > m_limits.maxUnsentReplies
-        || m_socket->state() != QAbstractSocket::ConnectedState)
+    if (m_answering || m_waitingForMemory || m_socket->state() != QAbstractSocket::ConnectedState)
         return;
+    const bool unread = m_socket->bytesToWrite() > m_limits.maxUnsentReplies;
+    if (unread && !std::exchange(m_repliesPiledUp, true))
+        logLine(QStringLiteral("%1: does not read its replies (%2 bytes unsent); its requests wait")
+                    .arg(m_peer)
+                    .arg(m_socket->bytesToWrite()));
+    if (unread)
+        return;
+    m_repliesPiledUp = false;
     m_separator->resume();
 }
 

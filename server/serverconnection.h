@@ -74,6 +74,7 @@ private:
     bool m_answering = false;
     bool m_waitingForMemory = false;
     bool m_hadRequest = false;
+    bool m_repliesPiledUp = false; // said once in the log until the client reads again
     QList<std::function<void()>> m_afterReply;
 };
 

@@ -8,6 +8,8 @@
 #include <QStringList>
 #include <QtDebug>
 
+#include <sys/resource.h>
+
 /*!
  * The archive server as a child process on 127.0.0.1. start() waits for the port it prints first, stop() is
  * true only for a clean exit; either shows what the server wrote to stderr when it fails.
@@ -59,6 +61,28 @@ public:
 
     quint16 port() const { return m_port; }
     bool isRunning() const { return m_process.state() == QProcess::Running; }
+    qint64 processId() const { return m_process.processId(); }
+
+    //! Starts the server with at most \a descriptors open files (for the next start()).
+    void setFileLimit(rlim_t descriptors)
+    {
+        m_process.setChildProcessModifier([descriptors] {
+            const rlimit limit = {descriptors, descriptors};
+            ::setrlimit(RLIMIT_NOFILE, &limit);
+        });
+    }
+
+    //! Waits until the server has written \a text to stderr; false when it has not within \a msecs.
+    bool waitForLog(const QByteArray &text, int msecs = 20000)
+    {
+        const QDeadlineTimer deadline(msecs);
+        while (!errorOutput().contains(text)) {
+            if (deadline.hasExpired() || m_process.state() != QProcess::Running)
+                return fail("the server did not write \"" + text + '"');
+            m_process.waitForReadyRead(int(qMin<qint64>(100, deadline.remainingTime())));
+        }
+        return true;
+    }
 
     //! Everything the server wrote to stderr since it was started.
     QByteArray errorOutput()
