@@ -38,7 +38,14 @@ QJsonValue timeJson(const QDateTime &time)
     return time.isValid() ? QJsonValue(time.toUTC().toString(Qt::ISODate)) : QJsonValue();
 }
 
-//! The fields of a record as name and text, in the order people read them.
+// The lock count of the list form, its fifteenth column: the record on the wire carries none.
+constexpr qsizetype s_lockCountColumn = 14;
+
+/*!
+ * The fields of a record as name and text, in the order people read them. The
+ * lock count and the path are not among them: the record on the wire carries
+ * neither, so every client would show 0 and nothing.
+ */
 QList<std::pair<QString, QString>> recordFields(const FileGroupData &group)
 {
     return {
@@ -51,10 +58,8 @@ QList<std::pair<QString, QString>> recordFields(const FileGroupData &group)
         {QStringLiteral("creator"), group.getCreator()},
         {QStringLiteral("team"), group.getTeam()},
         {QStringLiteral("location"), QString::number(group.getLocationState())},
-        {QStringLiteral("locks"), QString::number(group.getLockCount())},
         {QStringLiteral("references"), QString::number(group.getReferenceCount())},
         {QStringLiteral("reserved"), QString::number(group.getReservedStorage())},
-        {QStringLiteral("path"), group.getPath()},
         {QStringLiteral("created"), timeText(group.getCreationTime())},
         {QStringLiteral("modified"), timeText(group.getModificationTime())},
         {QStringLiteral("backup"), timeText(group.getBackupTime())},
@@ -67,7 +72,7 @@ QJsonObject recordJson(const FileGroupData &group)
     QJsonObject object;
     for (const auto &[name, text] : recordFields(group))
         object.insert(name, text);
-    for (const char *number : {"type", "location", "locks", "references", "reserved"})
+    for (const char *number : {"type", "location", "references", "reserved"})
         object.insert(QLatin1String(number), object.value(QLatin1String(number)).toString().toLongLong());
     object.insert(QStringLiteral("created"), timeJson(group.getCreationTime()));
     object.insert(QStringLiteral("modified"), timeJson(group.getModificationTime()));
@@ -395,10 +400,12 @@ int query(Session &session, const QCommandLineParser &parser, const QStringList 
         return session.failure();
     QStringList headers;
     FileGroupData::GetHeaders(headers);
+    headers.removeAt(s_lockCountColumn);
     QList<QStringList> rows;
     for (const FileGroupData &group : reply->groups()) {
         QStringList cells;
         group.ToStringList(cells);
+        cells.removeAt(s_lockCountColumn);
         rows.append(cells);
         session.output().append(QStringLiteral("groups"), recordJson(group));
     }

@@ -48,6 +48,7 @@ struct ReplyHandler {
     const char *name;
     const char *errorTrace; // "%1 (%2)": error text and code; null for none
     bool limitErrors;
+    QMetaMethod signal; // the signal emitReply emits; invalid for a reply the dispatcher takes itself
     Emit emitReply;
 
     static const QList<ReplyHandler> &table();
@@ -60,104 +61,122 @@ const QList<ReplyHandler> &ReplyHandler::table()
     using R = SoapMessage;
     static const QList<ReplyHandler> handlers = {
         {"CreateFileGroupReply", "Error while creating file group: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::createFileGroupReply),
          [](S &s, const R &r, int, const QString &) {
              Q_EMIT s.createFileGroupReply(r.values.value(QStringLiteral("Guid")),
                                            r.values.value(QStringLiteral("Path")));
          }},
-        {"AddFileReply", "Error while adding file: %1 (%2)", true,
+        {"AddFileReply", "Error while adding file: %1 (%2)", true, QMetaMethod::fromSignal(&S::addFileReply),
          [](S &s, const R &r, int, const QString &) {
              Q_EMIT s.addFileReply(r.requestId, r.values.value(QStringLiteral("FileId")).toUInt());
          }},
         {"DeleteFileReply", "Error while deleting file group: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::deleteFileReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.deleteFileReply(r.requestId, e, t);
          }},
         {"RequestFileReply", "Error while requesting file: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::requestFileReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.requestFileReply(r.requestId, r.values.value(QStringLiteral("Path")), e, t);
          }},
-        {"CloseFileReply", "Error while closing file: %1 (%2)", true,
+        {"CloseFileReply", "Error while closing file: %1 (%2)", true, QMetaMethod::fromSignal(&S::closeFileReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.closeFileReply(r.requestId, e, t);
          }},
-        {"MoveToNasReply", "Error while moving to NAS: %1 (%2)", true,
+        {"MoveToNasReply", "Error while moving to NAS: %1 (%2)", true, QMetaMethod::fromSignal(&S::moveToNasReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.moveToNasReply(r.requestId, e, t);
          }},
         {"AddReferenceReply", "Error while adding reference: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::addReferenceReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.addReferenceReply(r.requestId, e, t);
          }},
         {"RemoveReferenceReply", "Error while removing reference: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::removeReferenceReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.removeReferenceReply(r.requestId, e, t);
          }},
         {"RemoveAllReferencesReply", "Error while removing all references: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::removeAllReferenceReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.removeAllReferenceReply(r.requestId, e, t);
          }},
-        {"QueryMetaDataReply", nullptr, true,
+        {"QueryMetaDataReply", nullptr, true, QMetaMethod::fromSignal(&S::queryMetaDataReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.queryMetaDataReply(r.requestId, r.groups.value(0), e, t);
          }},
         {"GetApplicationListReply", "Error while getting application list: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::getApplicationListReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.getApplicationListReply(r.requestId, r.listTexts(), e, t);
          }},
         {"GetFileListReply", "Error while getting file list: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::getFileListReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.getFileListReply(r.requestId, r.listTexts(), e, t);
          }},
         {"GetUserListReply", "Error while getting user list: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::getUserListReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.getUserListReply(r.requestId, r.listTexts(), e, t);
          }},
         {"QueryFileGroupsReply", "Error while getting user list: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::queryFileGroupRecordsReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.queryFileGroupRecordsReply(r.requestId, r.groups, e, t);
          }},
-        {"GetBasePathReply", "Error while getting base path: %1 (%2)", true,
+        {"GetBasePathReply", "Error while getting base path: %1 (%2)", true, QMetaMethod(),
          [](S &s, const R &r, int, const QString &) {
              s.handleBasePath(r.values.value(QStringLiteral("Path")));
          }},
         {"ExportArchiveReply", "Error while exporting archive: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::exportArchiveReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.exportArchiveReply(r.requestId, e, t);
          }},
         {"ImportArchiveReply", "Error while importing archive: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::importArchiveReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.importArchiveReply(r.requestId, e, t);
          }},
         {"CreateRovecFileGroupReply", "Error while creating file group: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::createRovecFileGroupReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.createRovecFileGroupReply(r.values.value(QStringLiteral("Guid")),
                                                 r.values.value(QStringLiteral("Path")), e, t);
          }},
         {"RegisterConverterReply", "Error while getting register converter reply: %1 (%2)", false,
+         QMetaMethod::fromSignal(&S::registerConverterReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.registerConverterReply(r.requestId, e, t);
          }},
         {"DeleteFileGroupReply", "Error while getting delete filegroup reply: %1 (%2)", true,
+         QMetaMethod::fromSignal(&S::deleteFileGroupReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.deleteFileGroupReply(r.requestId, e, t);
          }},
         {"QueryLocationStateProgressReply", "Error while getting QueryLocationStateProgress reply: %1 (%2)", false,
+         QMetaMethod::fromSignal(&S::queryLocationStateProgressReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.queryLocationStateProgressReply(r.requestId,
                                                       r.values.value(QStringLiteral("LocationState")).toInt(),
                                                       r.values.value(QStringLiteral("CopyProgress")).toDouble(), e, t);
          }},
         {"CheckFileGroupExistsReply", "Error while getting QueryLocationStateProgress reply: %1 (%2)", false,
+         QMetaMethod::fromSignal(&S::checkFileGroupExistsReply),
          [](S &s, const R &r, int e, const QString &t) {
              Q_EMIT s.checkFileGroupExistsReply(
                  r.requestId, r.values.value(QStringLiteral("Exists")) == QLatin1String("true"), e, t);
          }},
         {"CopyForeignFileGroupProgress", "Error while getting progress: %1 (%2)", false,
+         QMetaMethod::fromSignal(&S::copyForeignFileGroupProgess),
          [](S &s, const R &r, int, const QString &) {
              Q_EMIT s.copyForeignFileGroupProgess(r.requestId,
                                                   r.values.value(QStringLiteral("CopyProgress")).toFloat());
          }},
-        {"ConvertFileGroup", nullptr, false,
+        {"ConvertFileGroup", nullptr, false, QMetaMethod::fromSignal(&S::convertFileGroupRequested),
          [](S &s, const R &r, int, const QString &) {
              Q_EMIT s.convertFileGroupRequested(
                  r.values.value(QStringLiteral("Guid")),
@@ -252,18 +271,14 @@ void CommandSender::setReplyTimeout(int milliseconds)
     m_replyTimeout = milliseconds;
 }
 
-void CommandSender::setRecordListenerCheck(std::function<bool()> check)
+void CommandSender::setListenerCheck(std::function<bool(const QMetaMethod &)> check)
 {
-    m_recordListenerCheck = std::move(check);
+    m_listenerCheck = std::move(check);
 }
 
-bool CommandSender::recordsWanted(const QString &requestId)
+void CommandSender::repliesDelivered(qint64 bytes)
 {
-    if (!m_recordListenerCheck || m_recordListenerCheck())
-        return true;
-    const QMutexLocker locker(&m_waitersMutex);
-    const auto waiting = m_waiters.constFind(requestId);
-    return waiting == m_waiters.constEnd() || !waiting->waiter || waiting->waiter->needsRecords();
+    m_undeliveredBytes -= bytes;
 }
 
 void CommandSender::start()
@@ -536,11 +551,63 @@ void CommandSender::removeWaiter(const QString &requestId, GiveUp giveUp)
         QMetaObject::invokeMethod(socket, abandon, Qt::BlockingQueuedConnection);
 }
 
-bool CommandSender::announced(const QString &requestId)
+CommandSender::Delivery CommandSender::deliveryOf(const QString &requestId, const QString &element, qint64 bytes)
 {
-    const QMutexLocker locker(&m_waitersMutex);
-    const auto waiting = m_waiters.constFind(requestId);
-    return waiting == m_waiters.constEnd() || !waiting->waiter || waiting->waiter->announcesReply();
+    const int position = ReplyHandler::position(element);
+    // Until the server has named its storage directory all is read, as is what the dispatcher takes itself or
+    // does not know.
+    if (m_state == KavroClient::Connecting || position < 0 || !ReplyHandler::table().at(position).signal.isValid())
+        return {};
+    bool waited = false;
+    bool needsRecords = true;
+    auto announcement = RequestWaiter::Announcement::Bounded;
+    {
+        const QMutexLocker locker(&m_waitersMutex);
+        const auto waiting = m_waiters.constFind(requestId);
+        if (waiting != m_waiters.constEnd()) {
+            if (!waiting->waiter)
+                return {SoapReading::ElementOnly, false, 0}; // a late reply, dropped
+            waited = true;
+            needsRecords = waiting->waiter->needsRecords();
+            announcement = waiting->waiter->announcement();
+        }
+    }
+    Delivery delivery;
+    delivery.announced =
+        announcement != RequestWaiter::Announcement::Never && heard(ReplyHandler::table().at(position).signal);
+    if (delivery.announced && announcement == RequestWaiter::Announcement::Bounded) {
+        delivery.announced = withinBound(element, requestId, bytes);
+        delivery.countedBytes = delivery.announced && counting() ? bytes : 0;
+    }
+    if (!delivery.announced)
+        delivery.reading = !waited ? SoapReading::ElementOnly
+            : needsRecords         ? SoapReading::Full
+                                   : SoapReading::GuidsOnly;
+    return delivery;
+}
+
+bool CommandSender::heard(const QMetaMethod &replySignal) const
+{
+    return !m_listenerCheck || m_listenerCheck(replySignal);
+}
+
+bool CommandSender::counting() const
+{
+    return isSignalConnected(QMetaMethod::fromSignal(&CommandSender::repliesAnnounced));
+}
+
+bool CommandSender::withinBound(const QString &element, const QString &requestId, qint64 bytes) const
+{
+    // Only this thread adds to the count, so a reply that fits now still fits when it is announced.
+    const qint64 held = m_undeliveredBytes.load();
+    if (held == 0 || held + bytes <= undeliveredLimit || !counting())
+        return true;
+    KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::SlotHandleXmlReply: did not announce %1 to %2 (%3 bytes): the "
+                                       "client's thread has yet to take %4 bytes of replies")
+                            .arg(element, requestId)
+                            .arg(bytes)
+                            .arg(held));
+    return false;
 }
 
 bool CommandSender::dropLateReply(const QString &requestId)
@@ -593,11 +660,18 @@ void CommandSender::notifyWaiter(const SoapMessage &reply, int error, const QStr
 
 void CommandSender::SlotHandleXmlReply(QByteArray data)
 {
-    const SoapMessage reply = readSoapMessage(data, SoapSender::Server, [this](const QString &requestId) {
-        return recordsWanted(requestId);
-    });
+    Delivery delivery;
+    const SoapMessage reply =
+        readSoapMessage(data, SoapSender::Server, [&](const QString &requestId, const QString &element) {
+            delivery = deliveryOf(requestId, element, data.size());
+            return delivery.reading;
+        });
     if (!reply.requestId.isEmpty() && dropLateReply(reply.requestId))
         return;
+    if (reply.elementOnly) {
+        Q_EMIT si_requestHandled(reply.requestId); // nobody takes it
+        return;
+    }
     if (m_state == KavroClient::Connecting
         && (!reply.readError.isEmpty() || reply.element != QLatin1String("GetBasePathReply"))) {
         // Until the server has named its storage directory, nothing else is expected of it.
@@ -636,8 +710,12 @@ void CommandSender::SlotHandleXmlReply(QByteArray data)
         KAVRO_TRACE_WARNING(QLatin1String(handler.errorTrace).arg(errorString).arg(error));
     }
     m_lastError.store(error);
-    if (announced(reply.requestId))
+    if (delivery.announced) {
+        m_undeliveredBytes += delivery.countedBytes;
         handler.emitReply(*this, reply, error, errorString);
+        if (delivery.countedBytes > 0)
+            Q_EMIT repliesAnnounced(delivery.countedBytes);
+    }
     notifyWaiter(reply, error, errorString);
     Q_EMIT si_requestHandled(reply.requestId);
 }

@@ -7,8 +7,11 @@
 #include <kavro/kavroclient.h>
 #include <kavro/kavrotypes.h>
 
+#include "soapmessage_p.h"
+
 #include <QAbstractSocket>
 #include <QHash>
+#include <QMetaMethod>
 #include <QMutex>
 #include <QObject>
 #include <QStringList>
@@ -26,7 +29,6 @@ namespace Kavro
 class CommandSenderSocket;
 class FileQuery;
 class KavroClientSOAPMessage;
-struct SoapMessage;
 
 //! Why a request ended without a reply.
 enum class RequestFailure {
@@ -58,8 +60,14 @@ public:
     virtual void requestFailed(const QString &requestId, RequestFailure failure) = 0;
     //! False when the waiter takes only the guids of a query's records.
     virtual bool needsRecords() const { return true; }
-    //! False when the reply is the waiter's alone and the public reply signals stay quiet about it.
-    virtual bool announcesReply() const { return true; }
+
+    //! Whether the public reply signals tell of the reply too, where something listens to them.
+    enum class Announcement {
+        Never, //!< the reply is the waiter's alone
+        Bounded, //!< within the bound on what the client's thread has yet to take
+        Unbounded, //!< always: the signal is how the reply reaches its caller
+    };
+    virtual Announcement announcement() const { return Announcement::Bounded; }
 };
 
 /*!
@@ -81,6 +89,15 @@ public:
  *
  * The connection's state and its failures are announced as they happen, on
  * the dispatcher's thread: stateChanged() and connectionFailed().
+ *
+ * A reply is read only where someone takes it: its waiter, or, as
+ * setListenerCheck() tells, a listener beyond its signal; the signal goes out
+ * only for such a listener. A reply nobody waits for, and one whose waiter
+ * does not need the signal, is counted against undeliveredLimit until the
+ * receiver of repliesAnnounced() reports it delivered with
+ * repliesDelivered(); one that would pass the limit is not announced (traced),
+ * so what the receiver's thread holds stays bounded however long it does not
+ * take its events.
  */
 class CommandSender : public QObject
 {
@@ -88,6 +105,8 @@ class CommandSender : public QObject
 
 public:
     static constexpr int defaultCheckInterval = 180000;
+    //! Bytes of announced replies (as they came on the wire) the receiver may have yet to take.
+    static constexpr qint64 undeliveredLimit = 16 * 1024 * 1024;
 
     CommandSender(const QString &host, quint16 port, const QString &application, const QString &user,
                   const QString &team);
@@ -108,11 +127,15 @@ public:
     //! Milliseconds a reply may take before the connection is re-established (0: no limit); set before start().
     void setReplyTimeout(int milliseconds);
     /*!
-     * Tells, on this object's thread, whether anyone beyond the waiters wants
-     * a query's records in full; when not, and the waiter takes guids only,
-     * the records of the reply are read for their guids only. Set before start().
+     * Tells, on this object's thread, whether anything listens beyond the
+     * reply signal \a replySignal of this class: a reply nobody waits for is
+     * read only when something does, and a query's records are read in full
+     * only for a waiter that needs them or a listener. Without a check, every
+     * signal is heard. Set before start().
      */
-    void setRecordListenerCheck(std::function<bool()> check);
+    void setListenerCheck(std::function<bool(const QMetaMethod &replySignal)> check);
+    //! The receiver of repliesAnnounced() has handed on replies of \a bytes; thread-safe.
+    void repliesDelivered(qint64 bytes);
 
     bool CheckIsConnected();
 
@@ -203,6 +226,11 @@ Q_SIGNALS:
                                          QString errorString);
     void checkFileGroupExistsReply(QString requestId, bool exists, int error, QString errorString);
     void si_requestHandled(QString requestId);
+    /*!
+     * Follows a reply signal that counts against undeliveredLimit, \a bytes
+     * its size; connected queued, it arrives once the reply has been handed on.
+     */
+    void repliesAnnounced(qint64 bytes);
 
 public Q_SLOTS:
     void start();
@@ -226,8 +254,20 @@ private:
     QString sendIfConnected(const KavroClientSOAPMessage &message, const std::function<QString()> &trace = {});
     void sendGetBasePath();
     void notifyWaiter(const SoapMessage &reply, int error, const QString &errorString);
-    //! False when the waiter of \a requestId keeps its reply to itself.
-    bool announced(const QString &requestId);
+    //! How a reply is read and handed on.
+    struct Delivery {
+        SoapReading reading = SoapReading::Full;
+        bool announced = true;
+        qint64 countedBytes = 0; // counted against undeliveredLimit until delivered
+    };
+    //! Decided once the reply's request id and element are known, before its body is read.
+    Delivery deliveryOf(const QString &requestId, const QString &element, qint64 bytes);
+    //! Whether anything listens beyond \a replySignal.
+    bool heard(const QMetaMethod &replySignal) const;
+    //! Whether announced replies are counted: something reports their delivery.
+    bool counting() const;
+    //! Whether a reply of \a bytes may be announced now; traces when it may not.
+    bool withinBound(const QString &element, const QString &requestId, qint64 bytes) const;
     //! True, and traced, for the reply to a request whose waiter gave up.
     bool dropLateReply(const QString &requestId);
     //! Fails every waiter and forgets them all; their queued requests are withdrawn.
@@ -250,6 +290,7 @@ private:
         }
         bool requestHandled(const SoapMessage &, int, const QString &) override { return true; }
         void requestFailed(const QString &requestId, RequestFailure failure) override;
+        Announcement announcement() const override { return Announcement::Unbounded; }
 
     private:
         CommandSender *const m_sender;
@@ -277,10 +318,9 @@ private:
         bool posted = false; // handed to the connection
         bool failed = false; // told it failed before it was handed over: it must not go out
     };
-    //! Whether the records of the reply to \a requestId are wanted in full.
-    bool recordsWanted(const QString &requestId);
 
-    std::function<bool()> m_recordListenerCheck;
+    std::function<bool(const QMetaMethod &)> m_listenerCheck;
+    std::atomic<qint64> m_undeliveredBytes{0};
     QMutex m_waitersMutex;
     QHash<QString, Waiting> m_waiters;
     bool m_shutDown = false;

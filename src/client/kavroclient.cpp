@@ -268,16 +268,35 @@ void KavroClientPrivate::startSender(QString application, const QString &user, c
         application = QCoreApplication::applicationName();
     sender = new CommandSender(config.host(), config.port(), application, user, team);
     sender->setReplyTimeout(config.replyTimeout());
-    sender->setRecordListenerCheck([q = owner] {
-        return q->isSignalConnected(QMetaMethod::fromSignal(&KavroClient::queryFileGroupsSg))
-            || q->isSignalConnected(QMetaMethod::fromSignal(&KavroClient::QueryFileGroupRecordsSg));
-    });
     sender->moveToThread(&senderThread);
     link->sender = sender;
     connectSignals();
+    // The table of relays is complete and stays as it is from here on, while the dispatcher's thread reads it.
+    sender->setListenerCheck([this](const QMetaMethod &replySignal) {
+        return heard(replySignal);
+    });
     QObject::connect(&senderThread, &QThread::finished, sender, &QObject::deleteLater);
     senderThread.start(QThread::InheritPriority);
     QMetaObject::invokeMethod(sender, "start", Qt::QueuedConnection);
+}
+
+template<typename From, typename To, typename... HeardAt>
+void KavroClientPrivate::relay(From from, To to, HeardAt... heardAt)
+{
+    QObject::connect(sender, from, owner, to);
+    QList<QMetaMethod> &targets = m_heardAt[QMetaMethod::fromSignal(from).methodIndex()];
+    if constexpr (sizeof...(heardAt) == 0)
+        targets.append(QMetaMethod::fromSignal(to));
+    else
+        (targets.append(QMetaMethod::fromSignal(heardAt)), ...);
+}
+
+bool KavroClientPrivate::heard(const QMetaMethod &replySignal) const
+{
+    const QList<QMetaMethod> targets = m_heardAt.value(replySignal.methodIndex());
+    return std::any_of(targets.cbegin(), targets.cend(), [q = owner](const QMetaMethod &signal) {
+        return q->isSignalConnected(signal);
+    });
 }
 
 void KavroClientPrivate::connectSignals()
@@ -307,24 +326,24 @@ void KavroClientPrivate::connectSignals()
         Q_EMIT q->errorOccurred(static_cast<KavroError>(error), text);
     });
     QObject::connect(sender, &C::requestFailed, q, &K::requestFailed);
-    QObject::connect(sender, &C::createFileGroupReply, q, &K::EmitCreateFileGroupSg);
-    QObject::connect(sender, &C::createRovecFileGroupReply, q, &K::CreateRovecFileGroupSg);
-    QObject::connect(sender, &C::addFileReply, q, &K::EmitAddFileSg);
-    QObject::connect(sender, &C::deleteFileReply, q, &K::DeleteFileNameSg);
-    QObject::connect(sender, &C::requestFileReply, q, &K::RequestFileSg);
-    QObject::connect(sender, &C::closeFileReply, q, &K::CloseFileSg);
-    QObject::connect(sender, &C::moveToNasReply, q, &K::MoveToNasSg);
-    QObject::connect(sender, &C::addReferenceReply, q, &K::AddReferenceSg);
-    QObject::connect(sender, &C::removeReferenceReply, q, &K::RemoveReferenceSg);
-    QObject::connect(sender, &C::removeAllReferenceReply, q, &K::RemoveAllReferenceSg);
-    QObject::connect(sender, &C::getApplicationListReply, q, &K::GetApplicationListSg);
-    QObject::connect(sender, &C::getUserListReply, q, &K::GetUserListSg);
-    QObject::connect(sender, &C::getFileListReply, q, &K::GetFileListSg);
-    QObject::connect(sender, &C::copyForeignFileGroupProgess, q, &K::copyForeignFileGroupProgess);
-    QObject::connect(sender, &C::exportArchiveReply, q, &K::exportArchiveSg);
-    QObject::connect(sender, &C::importArchiveReply, q, &K::importArchiveSg);
-    QObject::connect(
-        sender, &C::queryFileGroupRecordsReply, q,
+    relay(&C::createFileGroupReply, &K::EmitCreateFileGroupSg, &K::CreateFileGroupSg);
+    relay(&C::createRovecFileGroupReply, &K::CreateRovecFileGroupSg);
+    relay(&C::addFileReply, &K::EmitAddFileSg, &K::AddFileSg);
+    relay(&C::deleteFileReply, &K::DeleteFileNameSg);
+    relay(&C::requestFileReply, &K::RequestFileSg);
+    relay(&C::closeFileReply, &K::CloseFileSg);
+    relay(&C::moveToNasReply, &K::MoveToNasSg);
+    relay(&C::addReferenceReply, &K::AddReferenceSg);
+    relay(&C::removeReferenceReply, &K::RemoveReferenceSg);
+    relay(&C::removeAllReferenceReply, &K::RemoveAllReferenceSg);
+    relay(&C::getApplicationListReply, &K::GetApplicationListSg);
+    relay(&C::getUserListReply, &K::GetUserListSg);
+    relay(&C::getFileListReply, &K::GetFileListSg);
+    relay(&C::copyForeignFileGroupProgess, &K::copyForeignFileGroupProgess);
+    relay(&C::exportArchiveReply, &K::exportArchiveSg);
+    relay(&C::importArchiveReply, &K::importArchiveSg);
+    relay(
+        &C::queryFileGroupRecordsReply,
         [q](const QString &requestId, const QList<FileGroupData> &groups, int error, const QString &errorString) {
             // The table of display texts costs more than the records: it is made for listeners only.
             if (q->isSignalConnected(QMetaMethod::fromSignal(&K::queryFileGroupsSg))) {
@@ -336,13 +355,18 @@ void KavroClientPrivate::connectSignals()
                 Q_EMIT q->queryFileGroupsSg(requestId, cells, columns, error, errorString);
             }
             Q_EMIT q->QueryFileGroupRecordsSg(requestId, groups, error, errorString);
-        });
-    QObject::connect(sender, &C::queryMetaDataReply, q, &K::QueryMetaDataSg);
-    QObject::connect(sender, &C::deleteFileGroupReply, q, &K::deleteFileGroupSg);
-    QObject::connect(sender, &C::queryLocationStateProgressReply, q, &K::queryLocationStateProgressSg);
-    QObject::connect(sender, &C::checkFileGroupExistsReply, q, &K::checkFileGroupExistsSg);
-    QObject::connect(sender, &C::registerConverterReply, q, &K::RegisterConverterSg);
-    QObject::connect(sender, &C::convertFileGroupRequested, q, &K::ConvertFileGroupRequestedSg);
+        },
+        &K::queryFileGroupsSg, &K::QueryFileGroupRecordsSg);
+    relay(&C::queryMetaDataReply, &K::QueryMetaDataSg);
+    relay(&C::deleteFileGroupReply, &K::deleteFileGroupSg);
+    relay(&C::queryLocationStateProgressReply, &K::queryLocationStateProgressSg);
+    relay(&C::checkFileGroupExistsReply, &K::checkFileGroupExistsSg);
+    relay(&C::registerConverterReply, &K::RegisterConverterSg);
+    relay(&C::convertFileGroupRequested, &K::ConvertFileGroupRequestedSg);
+    // Queued behind the reply signals it follows, so it comes once they have been handed on.
+    QObject::connect(sender, &C::repliesAnnounced, q, [dispatcher = sender](qint64 bytes) {
+        dispatcher->repliesDelivered(bytes);
+    });
 }
 
 void KavroClientPrivate::setError(int error)

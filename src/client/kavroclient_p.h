@@ -155,6 +155,15 @@ public:
     QStringList listOperation(const char *operation, const QString &arguments,
                               const std::function<QString(const QString &)> &send);
     void connectSignals();
+    /*!
+     * Hands the dispatcher's reply signal \a from on to \a to on the client's
+     * thread; \a heardAt are the client's signals it ends in, \a to itself
+     * when none are given.
+     */
+    template<typename From, typename To, typename... HeardAt>
+    void relay(From from, To to, HeardAt... heardAt);
+    //! Whether anything is connected to a signal of the client that \a replySignal of the dispatcher ends in.
+    bool heard(const QMetaMethod &replySignal) const;
 
     QString storageDirectory() const;
     //! Told on the dispatcher's thread, as it happens, so that waiters without an event loop hear of it.
@@ -169,6 +178,9 @@ public:
     QThread senderThread;
 
 private:
+    // The client's signals each reply signal of the dispatcher ends in, by the reply signal's method index;
+    // made before the dispatcher's thread starts and unchanged afterwards.
+    QHash<int, QList<QMetaMethod>> m_heardAt;
     mutable QMutex m_stateMutex;
     QString m_storageDirectory;
     KavroClient::State m_state = KavroClient::Unconnected;

@@ -46,7 +46,7 @@ public:
     // Told on the dispatcher's thread, under its lock, while the reply exists.
     bool requestHandled(const SoapMessage &reply, int error, const QString &errorString) override;
     void requestFailed(const QString &requestId, RequestFailure failure) override;
-    bool announcesReply() const override { return false; }
+    Announcement announcement() const override { return Announcement::Never; }
 
     KavroReply *const q;
     const QString requestId;

@@ -509,15 +509,19 @@ SoapMessage readSoapMessage(const QByteArray &document, SoapSender sender)
 }
 
 SoapMessage readSoapMessage(const QByteArray &document, SoapSender sender,
-                            const std::function<bool(const QString &requestId)> &recordsWanted)
+                            const std::function<SoapReading(const QString &requestId, const QString &element)> &reading)
 {
     SoapMessage message;
     DocumentReader documentReader(document);
     QXmlStreamReader &reader = documentReader.reader;
     try {
         readHeader(reader, &message);
-        message.guidsOnly = recordsWanted && !recordsWanted(message.requestId);
         readBodyElement(reader, sender, &message);
+        const SoapReading depth = reading ? reading(message.requestId, message.element) : SoapReading::Full;
+        message.guidsOnly = depth == SoapReading::GuidsOnly;
+        message.elementOnly = depth == SoapReading::ElementOnly;
+        if (message.elementOnly)
+            return message;
         if (const QList<SoapElement> *elements = elementsOf(message.element, sender)) {
             message.known = true;
             readFields(reader, *elements, &message);

@@ -51,6 +51,8 @@ struct SoapMessage {
     QString readError;
     //! True when the records were read for their guids only: nobody wanted more of them.
     bool guidsOnly = false;
+    //! True when nothing after the body's element was read: nobody wanted the content.
+    bool elementOnly = false;
 
     //! The reply to \a request: its command's reply element, the request id echoed.
     static SoapMessage replyTo(const SoapMessage &request);
@@ -90,13 +92,21 @@ QByteArray writeSoapMessage(const SoapMessage &message);
  * Reading errors end up in SoapMessage::readError.
  */
 SoapMessage readSoapMessage(const QByteArray &document, SoapSender sender);
+//! How much of a document's body is read.
+enum class SoapReading {
+    Full,
+    //! "FileGroup" records for their guids only; the document is still read, and checked, to its end.
+    GuidsOnly,
+    //! Nothing after the name of the body's element.
+    ElementOnly,
+};
 /*!
- * The same, asking \a recordsWanted once the request id is known whether the
- * "FileGroup" records are wanted in full: when not, each is read for its guid
- * only (the document is still read, and checked, to its end).
+ * The same, asking \a reading, once the request id and the body's element
+ * are known, how much of the body to read.
  */
-SoapMessage readSoapMessage(const QByteArray &document, SoapSender sender,
-                            const std::function<bool(const QString &requestId)> &recordsWanted);
+SoapMessage
+readSoapMessage(const QByteArray &document, SoapSender sender,
+                const std::function<SoapReading(const QString &requestId, const QString &element)> &reading);
 
 //! True for a message the server sends of its own accord ("CopyForeignFileGroupProgress", "ConvertFileGroup").
 bool isUnsolicitedMessage(const QByteArray &document);

@@ -8,6 +8,8 @@
 #include <QTest>
 #include <QtEndian>
 
+#include <utility>
+
 namespace
 {
 // The first capture of \a pattern in \a document; empty when it does not match.
@@ -126,15 +128,20 @@ void FakeServer::sendRaw(const QByteArray &bytes, int pieceSize)
     }
 }
 
-void FakeServer::sendRepeatedly(const QByteArray &payload, int count)
+void FakeServer::sendRepeatedly(const QByteArray &payload, int count, const QByteArray &last)
 {
     QVERIFY(m_client);
     m_repeatedFrame = frame(payload);
+    m_lastFrame = last.isEmpty() ? QByteArray() : frame(last);
     m_repeatsLeft = count;
     const auto sendNext = [this] {
-        if (m_client && m_repeatsLeft > 0 && m_client->bytesToWrite() == 0) {
+        if (!m_client || m_client->bytesToWrite() > 0)
+            return;
+        if (m_repeatsLeft > 0) {
             --m_repeatsLeft;
             m_client->write(m_repeatedFrame);
+        } else if (!m_lastFrame.isEmpty()) {
+            m_client->write(std::exchange(m_lastFrame, QByteArray()));
         }
     };
     connect(m_client, &QTcpSocket::bytesWritten, this, sendNext);

@@ -83,9 +83,9 @@ public:
     /*!
      * Sends \a payload as \a count frames as fast as the client takes them,
      * holding back each until the previous one has left the write buffer, so
-     * the server's own memory stays at one frame.
+     * the server's own memory stays at one frame; then \a last, when given.
      */
-    void sendRepeatedly(const QByteArray &payload, int count);
+    void sendRepeatedly(const QByteArray &payload, int count, const QByteArray &last = QByteArray());
 
 Q_SIGNALS:
     void frameReceived(const QByteArray &payload);
@@ -103,6 +103,7 @@ private:
     QHash<QString, QByteArray> m_replyFields;
     QHash<QString, QByteArray> m_replyNames;
     QByteArray m_repeatedFrame;
+    QByteArray m_lastFrame;
     int m_repeatsLeft = 0;
 };
 

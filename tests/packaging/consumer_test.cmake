@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 Kavro developers
 # SPDX-License-Identifier: MIT
-# Script mode: install, then build and run the consumer project two ways; with
-# WIDGETS, its Kavro::Widgets program too.
+# Script mode: install, run the installed tools, then build and run the
+# consumer project two ways; with WIDGETS, its Kavro::Widgets program too.
 
 function(run)
     execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -15,6 +15,12 @@ endfunction()
 set(prefix "${WORK_DIR}/prefix")
 file(REMOVE_RECURSE "${WORK_DIR}")
 run(${CMAKE_COMMAND} --install "${KAVRO_BUILD_DIR}" --prefix "${prefix}")
+
+# The installed tools find the installed library by themselves, as for anyone who installs to a prefix of their own.
+foreach(tool kavro kavro-server)
+    run(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH "${prefix}/bin/${tool}" --version)
+    message(STATUS "installed ${last_output}")
+endforeach()
 
 set(flags "")
 if(SANITIZE)
