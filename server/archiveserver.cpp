@@ -123,7 +123,9 @@ void ArchiveServer::close()
     m_stopping = true;
     m_acceptRetry.stop();
     m_listener.close();
-    for (ServerConnection *connection : std::as_const(m_connections))
+    // A connection may close at once, and leave the list as it does.
+    const QList<ServerConnection *> connections = m_connections.values();
+    for (ServerConnection *connection : connections)
         connection->close();
     m_requests.waitForDone();
     m_transfers.waitForDone();
