@@ -11,9 +11,9 @@
 
 #include <QTcpSocket>
 #include <QThread>
+#include <QThreadStorage>
 #include <QUuid>
 
-#include <map>
 #include <memory>
 
 namespace Kavro::Server
@@ -23,17 +23,19 @@ namespace
 {
 // How long accepting pauses when the system refuses a new connection (out of file descriptors).
 constexpr int s_acceptRetryMs = 1000;
+constexpr qint64 s_acceptFailureLogMs = 60000;
 
 /*!
  * The store of the calling worker thread for \a database, opened on first use and kept for the thread's life:
- * each thread has a database connection of its own. Null, with \a error, when it cannot be opened.
+ * each thread has a database connection of its own. Null, with \a error, when it cannot be opened. The stores
+ * go when their thread finishes, before anyone waiting for the thread goes on.
  */
 ArchiveStore *threadStore(const QString &database, QString *error)
 {
-    thread_local std::map<QString, std::unique_ptr<ArchiveStore>> stores;
-    std::unique_ptr<ArchiveStore> &store = stores[database];
+    static QThreadStorage<QHash<QString, std::shared_ptr<ArchiveStore>>> stores;
+    std::shared_ptr<ArchiveStore> &store = stores.localData()[database];
     if (!store) {
-        auto opened = std::make_unique<ArchiveStore>();
+        auto opened = std::make_shared<ArchiveStore>();
         if (!opened->open(database, error))
             return nullptr;
         store = std::move(opened);
@@ -133,7 +135,6 @@ void ArchiveServer::close()
 
 void ArchiveServer::acceptConnections()
 {
-    m_acceptFailing = false;
     while (QTcpSocket *socket = m_listener.nextPendingConnection()) {
         if (m_connections.size() >= m_limits.maxConnections) {
             if (!std::exchange(m_refusingConnections, true))
@@ -151,16 +152,19 @@ void ArchiveServer::acceptConnections()
     }
 }
 
-// Out of file descriptors, or another failure of accept(): pause instead of trying again at once, say so once.
+// Out of file descriptors, or another failure of accept(): pause instead of trying again at once. Said once,
+// and then at most once a minute while it goes on.
 void ArchiveServer::acceptFailed(QAbstractSocket::SocketError error)
 {
     m_listener.pauseAccepting();
-    if (!std::exchange(m_acceptFailing, true))
-        logLine(QStringLiteral("cannot accept connections (%1: %2); trying again every %3 ms")
-                    .arg(int(error))
-                    .arg(m_listener.errorString())
-                    .arg(s_acceptRetryMs));
     m_acceptRetry.start();
+    if (m_lastAcceptFailureLog.isValid() && !m_lastAcceptFailureLog.hasExpired(s_acceptFailureLogMs))
+        return;
+    m_lastAcceptFailureLog.start();
+    logLine(QStringLiteral("cannot accept connections (%1: %2); trying again every %3 ms")
+                .arg(int(error))
+                .arg(m_listener.errorString())
+                .arg(s_acceptRetryMs));
 }
 
 void ArchiveServer::connectionClosed(ServerConnection *connection)

@@ -7,6 +7,7 @@
 #include "serverlimits.h"
 #include "storepaths.h"
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QHostAddress>
 #include <QMutex>
@@ -93,7 +94,7 @@ private:
     ConnectionId m_lastConnectionId = 0;
     QHash<ConnectionId, ServerConnection *> m_connections;
     bool m_refusingConnections = false; // the connection limit was reached, and said so once
-    bool m_acceptFailing = false; // accept() failed, and said so once
+    QElapsedTimer m_lastAcceptFailureLog;
     QThreadPool m_requests;
     QThreadPool m_transfers;
     std::atomic<bool> m_stopping{false};

@@ -604,8 +604,8 @@ KavroError RequestHandler::convertFileGroupAnswered(Request &request)
 {
     const bool converted = request.in.error == NoError;
     LocationState state = LocationUndefined;
-    if (m_store.locationState(request.guid(), &state, nullptr) != NoError || state != LocationCentralNotConverted
-        || !m_events || !m_events->answersConversion(request.origin, request.guid(), converted))
+    if (!m_events || !m_events->answersConversion(request.origin, request.guid(), converted)
+        || m_store.locationState(request.guid(), &state, nullptr) != NoError || state != LocationCentralNotConverted)
         return ErrorNoWritePermission;
     // After an error the group stays waiting for its conversion.
     return converted ? m_store.setLocationState(request.guid(), LocationCentral, 100) : NoError;

@@ -279,7 +279,7 @@ void removeEmptyParents(const QString &root, const QString &path)
     QString directory = pathBeneath(root, path);
     for (;;) {
         const qsizetype cut = directory.lastIndexOf(QLatin1Char('/'));
-        if (cut <= root.size())
+        if (cut < root.size()) // the root itself stays
             return;
         const FileDescriptor parent = openDirectory(root, directory.left(cut));
         if (!parent.isValid())

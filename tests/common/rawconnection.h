@@ -22,6 +22,18 @@ public:
     explicit RawConnection(quint16 port) { m_socket.connectToHost(QHostAddress::LocalHost, port); }
 
     QTcpSocket &socket() { return m_socket; }
+    //! Leaves what the server sends in the network: the client that never reads.
+    void pauseReading()
+    {
+        m_socket.setReadBufferSize(4096);
+        m_separator.pause();
+    }
+    void resumeReading()
+    {
+        m_socket.setReadBufferSize(0);
+        m_separator.resume();
+    }
+    qsizetype receivedCount() const { return m_documents.size(); }
     bool waitForConnected() { return m_socket.waitForConnected(20000); }
     bool send(const QByteArray &document) { return m_separator.sendXml(document); }
     bool send(const Kavro::SoapMessage &message) { return send(Kavro::writeSoapMessage(message)); }

@@ -6,6 +6,7 @@
 #include <QDeadlineTimer>
 #include <QProcess>
 #include <QStringList>
+#include <QTest>
 #include <QtDebug>
 
 #include <sys/resource.h>
@@ -72,16 +73,15 @@ public:
         });
     }
 
-    //! Waits until the server has written \a text to stderr; false when it has not within \a msecs.
+    //! Waits, running the caller's events, until the server has written \a text to stderr; false when not in time.
     bool waitForLog(const QByteArray &text, int msecs = 20000)
     {
-        const QDeadlineTimer deadline(msecs);
-        while (!errorOutput().contains(text)) {
-            if (deadline.hasExpired() || m_process.state() != QProcess::Running)
-                return fail("the server did not write \"" + text + '"');
-            m_process.waitForReadyRead(int(qMin<qint64>(100, deadline.remainingTime())));
-        }
-        return true;
+        const auto written = [&] {
+            return errorOutput().contains(text) || m_process.state() != QProcess::Running;
+        };
+        return QTest::qWaitFor(written, msecs) && errorOutput().contains(text)
+            ? true
+            : fail("the server did not write \"" + text + '"');
     }
 
     //! Everything the server wrote to stderr since it was started.

@@ -1,0 +1,678 @@
+// SPDX-FileCopyrightText: 2026 Kavro developers
+// SPDX-License-Identifier: MIT
+#include "archivestore.h"
+#include "messages_p.h"
+#include "rawconnection.h"
+#include "serverprocess.h"
+#include "temporarysettings.h"
+
+#include <kavro/filequery.h>
+#include <kavro/kavroclient.h>
+#include <kavro/kavroreply.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUuid>
+#include <QtEndian>
+
+#include <memory>
+#include <sys/stat.h>
+
+using namespace Kavro;
+
+namespace
+{
+constexpr int Timeout = 20000;
+const QByteArray PrivateContent = "private, outside the store";
+
+// The peak of a process's resident set since its last reset, in KiB; -1 where it cannot be read.
+qint64 peakKiB(qint64 pid)
+{
+    for (const QByteArray &line : readFile(QStringLiteral("/proc/%1/status").arg(pid)).split('\n')) {
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    }
+    return -1;
+}
+
+bool resetPeak(qint64 pid)
+{
+    QFile file(QStringLiteral("/proc/%1/clear_refs").arg(pid));
+    return file.open(QIODevice::WriteOnly) && file.write("5") == 1;
+}
+
+// The error of a reply object once it has finished; -1 when it did not in time.
+int errorOf(KavroReply *reply, std::unique_ptr<KavroReply> *kept = nullptr)
+{
+    std::unique_ptr<KavroReply> owned(reply);
+    QSignalSpy done(reply, &KavroReply::finished);
+    const int error = done.wait(Timeout) ? int(reply->error()) : -1;
+    if (kept)
+        *kept = std::move(owned);
+    return error;
+}
+
+SoapMessage message(const char *command, const QHash<QString, QString> &values = {},
+                    const QHash<QString, QStringList> &lists = {})
+{
+    SoapMessage request;
+    request.element = QLatin1String(command);
+    request.requestId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    request.values = values;
+    request.lists = lists;
+    return request;
+}
+
+bool replaceWithLink(const QString &path, const QString &target)
+{
+    return QFile::remove(path) && QFile::link(target, path);
+}
+
+// Every regular file under \a directory, links not followed, holding \a content.
+QStringList filesHolding(const QString &directory, const QByteArray &content)
+{
+    QStringList found;
+    QDirIterator files(directory, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString path = files.next();
+        if (files.fileInfo().isFile() && !files.fileInfo().isSymLink() && readFile(path).contains(content))
+            found.append(path);
+    }
+    return found;
+}
+} // namespace
+
+/*!
+ * The server tried as an attacker would: files planted in the storage directory, documents no client of
+ * ours would write, clients that send much and read nothing. Whatever is tried, nothing outside the store
+ * and no other group's files change, and other clients are answered within a second.
+ */
+class tst_ArchiveServer : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void attacks_data();
+    void attacks();
+    void boundedUnderLoad_data();
+    void boundedUnderLoad();
+    void connectionFloods_data();
+    void connectionFloods();
+    void silentConnectionsClosed_data();
+    void silentConnectionsClosed();
+    void interruptedMoveRolledBack();
+    void checkAndRepair();
+
+private:
+    using Attack = void (tst_ArchiveServer::*)();
+    static const QList<std::pair<const char *, Attack>> &attackTable();
+
+    // The attacks, each with the victim groups it makes itself.
+    void importThroughPlantedLink();
+    void moveOfLinkedFile();
+    void exportOfLinkedFile();
+    void archiveFileLinkingOut();
+    void pipeInPlaceOfFile();
+    void directorySwappedForLink();
+    void fileSwappedForLockedFile();
+    void conversionAnsweredByStranger();
+    void newlineInConverterId();
+    void secondMove();
+    void reimportOverLiveGroup();
+    void moveOfLockedGroup();
+    void refusedCreationLeavesNothing();
+    void littleEndianFrameOf512Bytes();
+    void longFileTypeLists();
+
+    std::unique_ptr<KavroClient> connectClient(quint16 port, const QString &user);
+    //! A group with the file "file.bin" holding \a content; its guid, and its directory in \a directory.
+    QString newGroup(const QByteArray &content, QString *directory = nullptr, FileType type = FileTypeImage);
+    QString archives(const QString &name) const { return m_store.filePath(QStringLiteral("archives/")) + name; }
+    QString data(const QString &path = QString()) const { return m_store.filePath(QStringLiteral("data/")) + path; }
+    int locationState(const QString &guid);
+    SoapMessage sendRaw(const SoapMessage &request);
+    //! The bystander's request answered within a second, at the best of three tries.
+    bool othersAnswered();
+
+    std::unique_ptr<TemporarySettings> m_settings;
+    QTemporaryDir m_store;
+    QTemporaryDir m_outside;
+    ServerProcess m_server;
+    std::unique_ptr<KavroClient> m_client; // alice, who is attacked or attacks
+    std::unique_ptr<KavroClient> m_bystander; // bob, with a group of his own
+    QString m_bystanderGroup;
+    QString m_bystanderFile;
+};
+
+void tst_ArchiveServer::initTestCase()
+{
+    m_settings = std::make_unique<TemporarySettings>(QByteArray(), true);
+    QVERIFY(writeFile(m_outside.filePath(QStringLiteral("private.txt")), PrivateContent));
+    QVERIFY(m_server.start(m_store.path(), {QStringLiteral("--request-memory"), QString::number(8 << 20)}));
+    m_bystander = connectClient(m_server.port(), QStringLiteral("bob"));
+    m_client = connectClient(m_server.port(), QStringLiteral("alice"));
+    QVERIFY(m_client && m_bystander);
+    QString directory;
+    m_bystanderGroup = m_bystander->CreateFileGroup(QStringLiteral("1"), {}, {}, {}, FileTypeImage, 0,
+                                                    QStringLiteral("bystander"), directory);
+    m_bystanderFile = QDir(directory).filePath(QStringLiteral("bob.bin"));
+    QVERIFY(writeFile(m_bystanderFile, "bob's") && m_bystander->AddFile(m_bystanderFile, m_bystanderGroup) == 1);
+}
+
+void tst_ArchiveServer::cleanupTestCase()
+{
+    m_client.reset();
+    m_bystander.reset();
+    QVERIFY(m_server.stop()); // whatever was tried, SIGTERM still stops the server
+}
+
+std::unique_ptr<KavroClient> tst_ArchiveServer::connectClient(quint16 port, const QString &user)
+{
+    auto client = std::make_unique<KavroClient>(QStringLiteral("127.0.0.1"), port, QStringLiteral("viewer"), user,
+                                                QStringLiteral("team"));
+    return client->waitForConnected(Timeout) ? std::move(client) : nullptr;
+}
+
+QString tst_ArchiveServer::newGroup(const QByteArray &content, QString *directory, FileType type)
+{
+    QString path;
+    const QString guid =
+        m_client->CreateFileGroup(QStringLiteral("1"), {}, {}, {}, type, 0, QStringLiteral("victim"), path);
+    const QString file = QDir(path).filePath(QStringLiteral("file.bin"));
+    if (directory)
+        *directory = QDir::cleanPath(path);
+    return !guid.isEmpty() && writeFile(file, content) && m_client->AddFile(file, guid) == 1 ? guid : QString();
+}
+
+int tst_ArchiveServer::locationState(const QString &guid)
+{
+    std::unique_ptr<KavroReply> reply;
+    return errorOf(m_client->QueryLocationStateProgressRequest(guid), &reply) == NoError ? reply->locationState() : -1;
+}
+
+SoapMessage tst_ArchiveServer::sendRaw(const SoapMessage &request)
+{
+    RawConnection raw(m_server.port());
+    return raw.waitForConnected() && raw.send(request) ? raw.reply(request.requestId) : SoapMessage();
+}
+
+bool tst_ArchiveServer::othersAnswered()
+{
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        QElapsedTimer clock;
+        clock.start();
+        std::unique_ptr<KavroReply> files;
+        if (errorOf(m_bystander->GetFileListRequest(m_bystanderGroup), &files) == NoError && clock.elapsed() < 1000)
+            return true;
+    }
+    return false;
+}
+
+const QList<std::pair<const char *, tst_ArchiveServer::Attack>> &tst_ArchiveServer::attackTable()
+{
+    using T = tst_ArchiveServer;
+    static const QList<std::pair<const char *, Attack>> table = {
+        {"import through a link planted where the copy goes", &T::importThroughPlantedLink},
+        {"move of a file swapped for a link out", &T::moveOfLinkedFile},
+        {"export of a file swapped for a link out", &T::exportOfLinkedFile},
+        {"import of an archive whose file links out", &T::archiveFileLinkingOut},
+        {"export of a pipe put in place of a file", &T::pipeInPlaceOfFile},
+        {"deletion of a directory swapped for a link to another group's", &T::directorySwappedForLink},
+        {"file swapped for a link to another group's locked file", &T::fileSwappedForLockedFile},
+        {"conversion answered by a connection never asked", &T::conversionAnsweredByStranger},
+        {"newline in a converter id", &T::newlineInConverterId},
+        {"second move of a moved group", &T::secondMove},
+        {"re-import over a live group", &T::reimportOverLiveGroup},
+        {"move of a group with a write lock", &T::moveOfLockedGroup},
+        {"creation refused after its directory was asked for", &T::refusedCreationLeavesNothing},
+        {"first frame of 512 bytes, little-endian", &T::littleEndianFrameOf512Bytes},
+        {"long file-type lists", &T::longFileTypeLists},
+    };
+    return table;
+}
+
+void tst_ArchiveServer::attacks_data()
+{
+    QTest::addColumn<int>("attack");
+    for (int i = 0; i < attackTable().size(); ++i)
+        QTest::newRow(attackTable().at(i).first) << i;
+}
+
+void tst_ArchiveServer::attacks()
+{
+    QFETCH(int, attack);
+    (this->*attackTable().at(attack).second)();
+    if (QTest::currentTestFailed())
+        qWarning().noquote() << "server stderr:\n" << QString::fromLocal8Bit(m_server.errorOutput());
+    // What must stay as it was, whatever the attack.
+    QCOMPARE(QDir(m_outside.path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System),
+             QStringList{QStringLiteral("private.txt")});
+    QCOMPARE(readFile(m_outside.filePath(QStringLiteral("private.txt"))), PrivateContent);
+    QCOMPARE(filesHolding(m_store.path(), PrivateContent), QStringList());
+    QCOMPARE(readFile(m_bystanderFile), QByteArray("bob's"));
+    QVERIFY(othersAnswered());
+}
+
+void tst_ArchiveServer::importThroughPlantedLink()
+{
+    const QString guid = newGroup("archived");
+    QCOMPARE(errorOf(m_client->ExportArchiveRequest({guid}, archives(QStringLiteral("planted")))), int(NoError));
+    QCOMPARE(errorOf(m_client->DeleteFileGroupRequest(guid)), int(NoError));
+    QVERIFY(QDir().mkpath(data(QStringLiteral("imported"))));
+    QVERIFY(QFile::link(m_outside.path(), data(QStringLiteral("imported/")) + guid));
+    QCOMPARE(errorOf(m_client->ImportArchiveRequest({archives(QStringLiteral("planted"))})),
+             int(ErrorImportFileGroupIncomplete));
+    QVERIFY(QFile::remove(data(QStringLiteral("imported/")) + guid));
+    QCOMPARE(errorOf(m_client->QueryMetaDataRequest(guid)), int(ErrorGuidNotFound));
+}
+
+void tst_ArchiveServer::moveOfLinkedFile()
+{
+    QString directory;
+    const QString guid = newGroup("moved", &directory);
+    QVERIFY(replaceWithLink(directory + QLatin1String("/file.bin"), m_outside.filePath(QStringLiteral("private.txt"))));
+    QCOMPARE(errorOf(m_client->MoveToNasRequest(guid)), int(NoError));
+    // The copy fails, and the group is back where it was.
+    QTRY_COMPARE_WITH_TIMEOUT(locationState(guid), int(LocationCentral), Timeout);
+    QVERIFY(!QFileInfo::exists(m_store.filePath(QStringLiteral("nas/")) + guid));
+}
+
+void tst_ArchiveServer::exportOfLinkedFile()
+{
+    QString directory;
+    const QString guid = newGroup("exported", &directory);
+    QVERIFY(replaceWithLink(directory + QLatin1String("/file.bin"), m_outside.filePath(QStringLiteral("private.txt"))));
+    QCOMPARE(errorOf(m_client->ExportArchiveRequest({guid}, archives(QStringLiteral("linked")))),
+             int(ErrorExportArchive));
+}
+
+void tst_ArchiveServer::archiveFileLinkingOut()
+{
+    // A crafted archive: a description of one group whose file is a link to a private file.
+    FileGroupData record;
+    record.setGuid(QStringLiteral("c0ffee00-0000-4000-8000-000000000001"));
+    record.setName(QStringLiteral("crafted"));
+    record.addFile(QStringLiteral("passwd"), 1);
+    const QString archive = archives(QStringLiteral("crafted"));
+    QVERIFY(QDir().mkpath(archive + QLatin1String("/crafted_") + record.getGuid()));
+    record.toXmlFileForExport(archive);
+    QVERIFY(QFile::link(m_outside.filePath(QStringLiteral("private.txt")),
+                        archive + QLatin1String("/crafted_") + record.getGuid() + QLatin1String("/passwd")));
+    QCOMPARE(errorOf(m_client->ImportArchiveRequest({archive})), int(ErrorImportFileGroupIncomplete));
+    QCOMPARE(errorOf(m_client->RequestFileRequest(1, record.getGuid(), LockRead)), int(ErrorGuidNotFound));
+}
+
+void tst_ArchiveServer::pipeInPlaceOfFile()
+{
+    QString directory;
+    const QString guid = newGroup("piped", &directory);
+    const QString file = directory + QLatin1String("/file.bin");
+    QVERIFY(QFile::remove(file));
+    QCOMPARE(::mkfifo(QFile::encodeName(file).constData(), 0600), 0);
+    // Never opened: the export is refused at once, and nothing waits behind it.
+    QCOMPARE(errorOf(m_client->ExportArchiveRequest({guid}, archives(QStringLiteral("piped")))),
+             int(ErrorExportArchive));
+    QCOMPARE(errorOf(m_client->RequestFileRequest(1, guid, LockRead)), int(ErrorOpenFile));
+}
+
+void tst_ArchiveServer::directorySwappedForLink()
+{
+    QString victimDirectory;
+    QString targetDirectory;
+    const QString victim = newGroup("victim", &victimDirectory);
+    const QString target = newGroup("target", &targetDirectory);
+    QVERIFY(QDir().rename(victimDirectory, victimDirectory + QLatin1String(".away")));
+    QVERIFY(QFile::link(targetDirectory, victimDirectory));
+    QCOMPARE(errorOf(m_client->DeleteFileGroupRequest(victim)), int(ErrorDeleteFileGroup));
+    QCOMPARE(readFile(targetDirectory + QLatin1String("/file.bin")), QByteArray("target"));
+    QVERIFY(QFile::remove(victimDirectory) && QDir().rename(victimDirectory + QLatin1String(".away"), victimDirectory));
+    QCOMPARE(errorOf(m_client->DeleteFileGroupRequest(victim)), int(NoError));
+    QCOMPARE(errorOf(m_client->DeleteFileGroupRequest(target)), int(NoError));
+}
+
+void tst_ArchiveServer::fileSwappedForLockedFile()
+{
+    QString victimDirectory;
+    QString targetDirectory;
+    const QString victim = newGroup("victim", &victimDirectory);
+    const QString target = newGroup("target", &targetDirectory);
+    QCOMPARE(errorOf(m_bystander->RequestFileRequest(1, target, LockWrite)), int(NoError));
+    QVERIFY(
+        replaceWithLink(victimDirectory + QLatin1String("/file.bin"), targetDirectory + QLatin1String("/file.bin")));
+    QCOMPARE(errorOf(m_client->RequestFileRequest(1, victim, LockWrite)), int(ErrorOpenFile));
+    // Deleting the victim's file takes the link away, never what it points to.
+    QCOMPARE(errorOf(m_client->DeleteFileNameRequest(1, victim)), int(NoError));
+    QVERIFY(!QFileInfo(victimDirectory + QLatin1String("/file.bin")).isSymLink());
+    QCOMPARE(readFile(targetDirectory + QLatin1String("/file.bin")), QByteArray("target"));
+    QCOMPARE(errorOf(m_bystander->CloseFileRequest(1, target)), int(NoError));
+}
+
+void tst_ArchiveServer::conversionAnsweredByStranger()
+{
+    const QString guid = newGroup("remote");
+    QCOMPARE(errorOf(m_client->MoveToNasRequest(guid)), int(NoError));
+    QTRY_COMPARE_WITH_TIMEOUT(locationState(guid), int(LocationRemote), Timeout);
+    RawConnection stranger(m_server.port());
+    QVERIFY(stranger.waitForConnected());
+    QVERIFY(stranger.send(ConvertFileGroupReplyMessage(guid, NoError, QString()).writeRequest()));
+    const SoapMessage after = message("GetBasePath"); // answered after the answer above was taken
+    QVERIFY(stranger.send(after));
+    QCOMPARE(stranger.reply(after.requestId).error, int(NoError));
+    QCOMPARE(locationState(guid), int(LocationRemote));
+    QVERIFY(m_server.waitForLog("ignored an answer to a conversion of " + guid.toUtf8()));
+}
+
+void tst_ArchiveServer::newlineInConverterId()
+{
+    const SoapMessage reply = sendRaw(
+        message("RegisterConverter", {{QStringLiteral("ConverterId"), QStringLiteral("x\nkavro-server: forged")}}));
+    QCOMPARE(reply.error, int(NoError));
+    QVERIFY(m_server.waitForLog("converter x\\nkavro-server: forged registered"));
+    QVERIFY(!m_server.errorOutput().contains("\nkavro-server: forged"));
+}
+
+void tst_ArchiveServer::secondMove()
+{
+    const QString guid = newGroup("moved twice");
+    QCOMPARE(errorOf(m_client->MoveToNasRequest(guid)), int(NoError));
+    QTRY_COMPARE_WITH_TIMEOUT(locationState(guid), int(LocationRemote), Timeout);
+    QCOMPARE(errorOf(m_client->MoveToNasRequest(guid)), int(ErrorMoveFileGroup));
+    std::unique_ptr<KavroReply> file;
+    QCOMPARE(errorOf(m_client->RequestFileRequest(1, guid, LockRead), &file), int(NoError));
+    QCOMPARE(readFile(file->path()), QByteArray("moved twice"));
+    QCOMPARE(errorOf(m_client->CloseFileRequest(1, guid)), int(NoError));
+}
+
+void tst_ArchiveServer::reimportOverLiveGroup()
+{
+    QString directory;
+    const QString guid = newGroup("old", &directory);
+    QCOMPARE(errorOf(m_client->ExportArchiveRequest({guid}, archives(QStringLiteral("again")))), int(NoError));
+    QVERIFY(writeFile(directory + QLatin1String("/file.bin"), "new"));
+    QCOMPARE(errorOf(m_client->ImportArchiveRequest({archives(QStringLiteral("again"))})), int(ErrorAddFileGroup));
+    QCOMPARE(readFile(directory + QLatin1String("/file.bin")), QByteArray("new"));
+    QVERIFY(!QFileInfo::exists(data(QStringLiteral("imported/")) + guid));
+}
+
+void tst_ArchiveServer::moveOfLockedGroup()
+{
+    const QString guid = newGroup("locked");
+    QCOMPARE(errorOf(m_client->RequestFileRequest(1, guid, LockWrite)), int(NoError));
+    QCOMPARE(errorOf(m_client->MoveToNasRequest(guid)), int(ErrorFileGroupLocked));
+    QCOMPARE(locationState(guid), int(LocationCentral));
+    QCOMPARE(errorOf(m_client->CloseFileRequest(1, guid)), int(NoError));
+}
+
+void tst_ArchiveServer::refusedCreationLeavesNothing()
+{
+    const QString path = data(QStringLiteral("refused/deep/directory"));
+    const SoapMessage reply = sendRaw(message("CreateFileGroup",
+                                              {{QStringLiteral("Guid"), m_bystanderGroup},
+                                               {QStringLiteral("FileType"), QStringLiteral("11")},
+                                               {QStringLiteral("ReservedStorage"), QStringLiteral("0")},
+                                               {QStringLiteral("Path"), path}}));
+    QCOMPARE(reply.error, int(ErrorAddFileGroup));
+    QVERIFY(!QFileInfo::exists(data(QStringLiteral("refused"))));
+}
+
+void tst_ArchiveServer::littleEndianFrameOf512Bytes()
+{
+    // A request id long enough for a document of exactly 512 bytes: its length's first byte is 0.
+    SoapMessage request = message("GetBasePath");
+    request.requestId.clear();
+    request.requestId = QString(512 - writeSoapMessage(request).size(), QLatin1Char('x'));
+    QCOMPARE(writeSoapMessage(request).size(), 512);
+    QTcpSocket socket;
+    XmlSeparator separator(&socket, XmlSeparator::LengthPrefixLittleEndian, nullptr);
+    QSignalSpy replies(&separator, &XmlSeparator::xmlReceived);
+    socket.connectToHost(QHostAddress::LocalHost, m_server.port());
+    QVERIFY(socket.waitForConnected(Timeout) && separator.sendXml(writeSoapMessage(request)));
+    QVERIFY(replies.wait(Timeout));
+    QCOMPARE(readSoapMessage(replies.first().first().toByteArray(), SoapSender::Server).text(QStringLiteral("Path")),
+             QDir::cleanPath(data()));
+}
+
+void tst_ArchiveServer::longFileTypeLists()
+{
+    const auto query = [](const QStringList &types) {
+        return message("QueryFileGroups",
+                       {{QStringLiteral("LocationState"), QStringLiteral("0")},
+                        {QStringLiteral("LockState"), QStringLiteral("0")}},
+                       {{QStringLiteral("FileTypeList"), types}});
+    };
+    const SoapMessage tooMany = sendRaw(query(QStringList(40000, QStringLiteral("11"))));
+    QCOMPARE(tooMany.error, int(ErrorSoapParsing));
+    QVERIFY2(tooMany.errorString.contains(QLatin1String("more than 10000 entries")), qPrintable(tooMany.errorString));
+    // As many as may be, the same one over and over: the same answer as for one.
+    const SoapMessage repeated = sendRaw(query(QStringList(10000, QStringLiteral("11"))));
+    QCOMPARE(repeated.error, int(NoError));
+    QCOMPARE(repeated.groups.size(), sendRaw(query({QStringLiteral("11")})).groups.size());
+}
+
+void tst_ArchiveServer::boundedUnderLoad_data()
+{
+    QTest::addColumn<QString>("load");
+    QTest::addColumn<QByteArray>("logged");
+    QTest::newRow("replies never read") << QStringLiteral("unread") << QByteArray("does not read its replies");
+    QTest::newRow("requests never finished") << QStringLiteral("unfinished") << QByteArray("memory for requests");
+    QTest::newRow("request beyond the size a request may have")
+        << QStringLiteral("oversized") << QByteArray("refused a message of 201326593 bytes");
+}
+
+void tst_ArchiveServer::boundedUnderLoad()
+{
+    QFETCH(QString, load);
+    QFETCH(QByteArray, logged);
+    if (load == QLatin1String("unread")) {
+        // Groups enough for queries of about 1.6 MB of records each.
+        QString directory;
+        for (int i = 0; i < 400; ++i)
+            m_client->CreateFileGroupAsync(QStringLiteral("1"), {}, {}, QString(4000, QLatin1Char('c')),
+                                           FileTypeAudioRecording, 0, QStringLiteral("bulky"), directory);
+        unsigned int count = 0;
+        QTRY_VERIFY_WITH_TIMEOUT(m_client->QueryFiles(FileQuery(), count).size() > 400, Timeout);
+    }
+    if (!resetPeak(m_server.processId()))
+        QSKIP("the peak of the server's resident set cannot be reset here");
+    const qint64 before = peakKiB(m_server.processId());
+    std::vector<std::unique_ptr<RawConnection>> attackers;
+    const auto attacker = [&] {
+        attackers.push_back(std::make_unique<RawConnection>(m_server.port()));
+        return attackers.back()->waitForConnected() ? attackers.back().get() : nullptr;
+    };
+    if (load == QLatin1String("unread")) {
+        // The queries are sent at once, and their answers never read.
+        RawConnection *reader = attacker();
+        QVERIFY(reader);
+        reader->pauseReading();
+        for (int i = 0; i < 80; ++i)
+            QVERIFY(reader->send(message("QueryFileGroups",
+                                         {{QStringLiteral("LocationState"), QStringLiteral("0")},
+                                          {QStringLiteral("LockState"), QStringLiteral("0")}})));
+    } else {
+        // Frames that claim the most a request may have (or far more), of which all but the end arrives.
+        const qint64 claimed = load == QLatin1String("unfinished") ? (4 << 20) - 4 : (192 << 20) + 1;
+        for (int i = 0; i < (load == QLatin1String("unfinished") ? 12 : 1); ++i) {
+            RawConnection *sender = attacker();
+            QVERIFY(sender);
+            QByteArray frame(4, Qt::Uninitialized);
+            qToLittleEndian(quint32(claimed), frame.data());
+            sender->socket().write(frame + QByteArray((4 << 20) - 1024, '<'));
+        }
+    }
+    QVERIFY(m_server.waitForLog(logged));
+    QVERIFY(othersAnswered());
+    const qint64 grownKiB = peakKiB(m_server.processId()) - before;
+    qInfo("peak growth of the server: %lld KiB", grownKiB);
+    // The budget for requests, the unsent replies of one connection, and what the kernel and the sockets buffer.
+    QVERIFY2(grownKiB < 40 * 1024, qPrintable(QString::number(grownKiB)));
+    if (load == QLatin1String("unread")) {
+        // Nothing was lost: once read, every query is answered.
+        attackers.front()->resumeReading();
+        QTRY_COMPARE_WITH_TIMEOUT(attackers.front()->receivedCount(), 80, 60000);
+    }
+}
+
+void tst_ArchiveServer::connectionFloods_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("fileLimit");
+    QTest::addColumn<QByteArray>("logged");
+    QTest::newRow("past the connection limit") << QStringList{QStringLiteral("--max-connections"), QStringLiteral("20")}
+                                               << 0 << QByteArray("as many as allowed");
+    QTest::newRow("out of file descriptors") << QStringList() << 48 << QByteArray("cannot accept connections");
+}
+
+void tst_ArchiveServer::connectionFloods()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, fileLimit);
+    QFETCH(QByteArray, logged);
+    QTemporaryDir store;
+    ServerProcess server;
+    if (fileLimit > 0)
+        server.setFileLimit(rlim_t(fileLimit));
+    QVERIFY(server.start(store.path(), arguments));
+    {
+        std::vector<std::unique_ptr<QTcpSocket>> flood;
+        for (int i = 0; i < 100; ++i) {
+            flood.push_back(std::make_unique<QTcpSocket>());
+            flood.back()->connectToHost(QHostAddress::LocalHost, server.port());
+        }
+        QVERIFY(server.waitForLog(logged));
+    }
+    // Once the flood is gone, connections are taken again; what happened was said once.
+    RawConnection later(server.port());
+    const SoapMessage request = message("GetBasePath");
+    QVERIFY(later.waitForConnected() && later.send(request));
+    QCOMPARE(later.reply(request.requestId).error, int(NoError));
+    QCOMPARE(server.errorOutput().count(logged), 1);
+    QVERIFY(server.stop());
+}
+
+void tst_ArchiveServer::silentConnectionsClosed_data()
+{
+    QTest::addColumn<bool>("sendsRequest");
+    QTest::addColumn<QByteArray>("logged");
+    QTest::newRow("never a request") << false << QByteArray("no request within 1 s");
+    QTest::newRow("a request cut short") << true << QByteArray("did not arrive whole within 1 s");
+}
+
+void tst_ArchiveServer::silentConnectionsClosed()
+{
+    QFETCH(bool, sendsRequest);
+    QFETCH(QByteArray, logged);
+    QTemporaryDir store;
+    ServerProcess server;
+    QVERIFY(server.start(store.path(),
+                         {QStringLiteral("--idle-timeout"), QStringLiteral("1"), QStringLiteral("--request-timeout"),
+                          QStringLiteral("1")}));
+    const auto client = connectClient(server.port(), QStringLiteral("alice"));
+    QVERIFY(client);
+    RawConnection silent(server.port());
+    QVERIFY(silent.waitForConnected());
+    if (sendsRequest) {
+        const SoapMessage request = message("GetBasePath");
+        QVERIFY(silent.send(request));
+        QCOMPARE(silent.reply(request.requestId).error, int(NoError));
+        QVERIFY(silent.socket().write(QByteArray::fromHex("00100000") + "<?xml") > 0);
+    }
+    QSignalSpy closed(&silent.socket(), &QTcpSocket::disconnected);
+    QVERIFY(closed.wait(Timeout));
+    QVERIFY(server.waitForLog(logged));
+    QVERIFY(client->IsConnected()); // a client that asks goes on
+    std::unique_ptr<KavroReply> users;
+    QCOMPARE(errorOf(client->GetUserListRequest(), &users), int(NoError));
+    QVERIFY(server.stop());
+}
+
+void tst_ArchiveServer::interruptedMoveRolledBack()
+{
+    QTemporaryDir store;
+    ServerProcess server;
+    QVERIFY(server.start(store.path()));
+    auto client = connectClient(server.port(), QStringLiteral("alice"));
+    QVERIFY(client);
+    QString directory;
+    const QString guid = client->CreateFileGroup(QStringLiteral("1"), {}, {}, {}, FileTypeImage, 0,
+                                                 QStringLiteral("cut off"), directory);
+    QVERIFY(writeFile(QDir(directory).filePath(QStringLiteral("file.bin")), "whole"));
+    QCOMPARE(client->AddFile(QDir(directory).filePath(QStringLiteral("file.bin")), guid), 1u);
+    client.reset();
+    QVERIFY(server.stop());
+    // As a crash in the middle of a move leaves it: the state says moving, a part is copied.
+    {
+        Server::ArchiveStore database;
+        QVERIFY(database.open(store.filePath(QStringLiteral("kavro.sqlite")), nullptr));
+        QCOMPARE(database.setLocationState(guid, LocationCentralNotMoved, 33), NoError);
+    }
+    QVERIFY(QDir().mkpath(store.filePath(QStringLiteral("nas/")) + guid));
+    QVERIFY(writeFile(store.filePath(QStringLiteral("nas/")) + guid + QLatin1String("/file.bin"), "who"));
+    QVERIFY(server.start(store.path()));
+    QVERIFY(server.waitForLog("1 move(s) to network storage were cut off"));
+    client = connectClient(server.port(), QStringLiteral("alice"));
+    QVERIFY(client);
+    std::unique_ptr<KavroReply> reply;
+    QCOMPARE(errorOf(client->QueryLocationStateProgressRequest(guid), &reply), int(NoError));
+    QCOMPARE(reply->locationState(), LocationCentral);
+    QVERIFY(!QFileInfo::exists(store.filePath(QStringLiteral("nas/")) + guid));
+    QCOMPARE(errorOf(client->RequestFileRequest(1, guid, LockRead), &reply), int(NoError));
+    QCOMPARE(readFile(reply->path()), QByteArray("whole"));
+    client.reset();
+    QVERIFY(server.stop());
+}
+
+void tst_ArchiveServer::checkAndRepair()
+{
+    QTemporaryDir store;
+    ServerProcess server;
+    QVERIFY(server.start(store.path()));
+    const auto client = connectClient(server.port(), QStringLiteral("alice"));
+    QVERIFY(client);
+    QString directory;
+    const QString guid = client->CreateFileGroup(QStringLiteral("1"), {}, {}, {}, FileTypeImage, 0,
+                                                 QStringLiteral("checked"), directory);
+    for (const QString &name : {QStringLiteral("a.bin"), QStringLiteral("b.bin")}) {
+        QVERIFY(writeFile(QDir(directory).filePath(name), "content"));
+        QVERIFY(client->AddFile(QDir(directory).filePath(name), guid) > 0);
+    }
+    // What a crash or a careless hand leaves: a directory no record names, a copy never finished, a lost file.
+    const QString stray = store.filePath(QStringLiteral("data/stray"));
+    const QString partial = store.filePath(QStringLiteral("nas/.kavro-partial-x"));
+    QVERIFY(QDir().mkpath(stray) && writeFile(stray + QLatin1String("/left.bin"), "left") && QDir().mkpath(partial));
+    QVERIFY(QFile::remove(QDir(directory).filePath(QStringLiteral("b.bin"))));
+    const auto check = [&](const QStringList &extra, QByteArray *output) {
+        QProcess process;
+        process.start(QString::fromUtf8(KAVRO_SERVER_BINARY),
+                      QStringList{QStringLiteral("--store"), store.path(), QStringLiteral("--check")} + extra);
+        if (!process.waitForFinished(Timeout))
+            return -1;
+        *output = process.readAllStandardOutput();
+        return process.exitCode();
+    };
+    QByteArray output;
+    QCOMPARE(check({}, &output), 1);
+    const QByteArray lostFile = "missing: " + guid.toUtf8() + ": file 2 \"b.bin\"";
+    for (const QByteArray &line : QByteArrayList{"orphan: " + stray.toUtf8(), "orphan: " + partial.toUtf8(), lostFile})
+        QVERIFY2(output.contains(line), output.constData());
+    QVERIFY2(!output.contains("a.bin"), output.constData());
+    QCOMPARE(check({QStringLiteral("--repair")}, &output), 1); // the lost file is still lost
+    QVERIFY2(output.contains(QByteArray("removed: " + stray.toUtf8())) && output.contains(lostFile),
+             output.constData());
+    QVERIFY(!QFileInfo::exists(stray) && !QFileInfo::exists(partial));
+    std::unique_ptr<KavroReply> deleted;
+    QCOMPARE(errorOf(client->DeleteFileGroupRequest(guid), &deleted), int(NoError));
+    const int clean = check({}, &output);
+    QVERIFY2(clean == 0, output.constData());
+    QVERIFY2(output.contains("the store matches its database"), output.constData());
+    QVERIFY(server.stop());
+}
+
+QTEST_GUILESS_MAIN(tst_ArchiveServer)
+#include "tst_archiveserver.moc"
