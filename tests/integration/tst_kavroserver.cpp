@@ -16,6 +16,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <functional>
 #include <memory>
 
 using namespace Kavro;
@@ -48,11 +49,13 @@ bool isInside(const QString &path, const QString &directory)
     return QDir::cleanPath(path).startsWith(QDir::cleanPath(directory) + QLatin1Char('/'));
 }
 
-//! The arguments of the (queued) signal answering \a requestId; empty when none came in time.
+//! The arguments of the signal answering the request that \a send makes; empty when none came in time. The spy
+//! listens before the request goes out: a reply that nothing listens for is not announced.
 template<typename Signal>
-QVariantList answer(KavroClient &client, Signal signal, const QString &requestId)
+QVariantList answer(KavroClient &client, Signal signal, const std::function<QString()> &send)
 {
     QSignalSpy spy(&client, signal);
+    const QString requestId = send();
     for (int seen = 0; !requestId.isEmpty() && (seen < spy.size() || spy.wait(Timeout)); ++seen) {
         if (spy.at(seen).value(0).toString() == requestId)
             return spy.at(seen);
@@ -62,9 +65,9 @@ QVariantList answer(KavroClient &client, Signal signal, const QString &requestId
 
 //! The number a reply's signal carries right after the request id (mostly the error); -1 without reply.
 template<typename Signal>
-int answerError(KavroClient &client, Signal signal, const QString &requestId)
+int answerError(KavroClient &client, Signal signal, const std::function<QString()> &send)
 {
-    return answer(client, signal, requestId).value(1, -1).toInt();
+    return answer(client, signal, send).value(1, -1).toInt();
 }
 
 int closeFile(KavroClient &client, unsigned int fileId, const QString &guid)
@@ -76,12 +79,17 @@ int closeFile(KavroClient &client, unsigned int fileId, const QString &guid)
 
 int locationState(KavroClient &client, const QString &guid)
 {
-    return answerError(client, &KavroClient::queryLocationStateProgressSg, client.QueryLocationStateProgress(guid));
+    return answerError(client, &KavroClient::queryLocationStateProgressSg, [&] {
+        return client.QueryLocationStateProgress(guid);
+    });
 }
 
 FileGroupData metaData(KavroClient &client, const QString &guid)
 {
-    return answer(client, &KavroClient::QueryMetaDataSg, client.QueryMetaDataAsync(guid, QStringLiteral("viewer")))
+    return answer(client, &KavroClient::QueryMetaDataSg,
+                  [&] {
+                      return client.QueryMetaDataAsync(guid, QStringLiteral("viewer"));
+                  })
         .value(1)
         .value<FileGroupData>();
 }
@@ -291,7 +299,11 @@ void tst_KavroServer::fullSession()
     QCOMPARE(record.getReferenceCount(), 2);
     QCOMPARE(record.getFileList(),
              (FileGroupData::FileList{{QStringLiteral("notes.txt"), 1}, {QStringLiteral("image.bin"), 2}}));
-    QCOMPARE(answer(*client, &KavroClient::checkFileGroupExistsSg, client->CheckFileGroupExists(guid)).mid(1, 2),
+    QCOMPARE(answer(*client, &KavroClient::checkFileGroupExistsSg,
+                    [&] {
+                        return client->CheckFileGroupExists(guid);
+                    })
+                 .mid(1, 2),
              (QVariantList{true, int(NoError)}));
     QVERIFY(client->CreateFileGroup({}, {}, {}, {}, FileTypeImage, 0, {}, localPath, guid).isEmpty()); // guid taken
     QCOMPARE(client->GetError(), ErrorAddFileGroup);
@@ -312,12 +324,24 @@ void tst_KavroServer::fullSession()
     QCOMPARE(closeFile(*client, 2, guid), int(NoError));
 
     // Deleting a file or the group takes its files off the disk.
-    QCOMPARE(answerError(*client, &KavroClient::DeleteFileNameSg, client->DeleteFileName(2, guid)), int(NoError));
+    QCOMPARE(answerError(*client, &KavroClient::DeleteFileNameSg,
+                         [&] {
+                             return client->DeleteFileName(2, guid);
+                         }),
+             int(NoError));
     QCOMPARE(client->GetFileList(guid), (QStringList{QStringLiteral("1"), QStringLiteral("notes.txt")}));
     QVERIFY(!QFile::exists(imagePath));
-    QCOMPARE(answerError(*client, &KavroClient::deleteFileGroupSg, client->DeleteFileGroupAsync(guid)), int(NoError));
+    QCOMPARE(answerError(*client, &KavroClient::deleteFileGroupSg,
+                         [&] {
+                             return client->DeleteFileGroupAsync(guid);
+                         }),
+             int(NoError));
     QVERIFY(!QFile::exists(notesPath));
-    QCOMPARE(answer(*client, &KavroClient::checkFileGroupExistsSg, client->CheckFileGroupExists(guid)).value(1),
+    QCOMPARE(answer(*client, &KavroClient::checkFileGroupExistsSg,
+                    [&] {
+                        return client->CheckFileGroupExists(guid);
+                    })
+                 .value(1),
              QVariant(false));
     QCOMPARE(client->GetFileList(guid), QStringList());
     QCOMPARE(client->GetError(), ErrorGuidNotFound);
@@ -352,9 +376,15 @@ void tst_KavroServer::lockMatrix()
         with(&FileQuery::SetLockUser, QStringLiteral("alice"), &FileQuery::SetLockState, LockState(first));
     QCOMPARE(query(*alice, lockedByAlice), QStringList{guid});
     // Neither the locked file nor its group can be deleted.
-    QCOMPARE(answerError(*bob, &KavroClient::DeleteFileNameSg, bob->DeleteFileName(1, guid)),
+    QCOMPARE(answerError(*bob, &KavroClient::DeleteFileNameSg,
+                         [&] {
+                             return bob->DeleteFileName(1, guid);
+                         }),
              int(ErrorFileGroupLocked));
-    QCOMPARE(answerError(*alice, &KavroClient::deleteFileGroupSg, alice->DeleteFileGroupAsync(guid)),
+    QCOMPARE(answerError(*alice, &KavroClient::deleteFileGroupSg,
+                         [&] {
+                             return alice->DeleteFileGroupAsync(guid);
+                         }),
              int(ErrorFileGroupLocked));
 
     // CloseFile releases: then bob gets the lock he asked for.
@@ -364,7 +394,11 @@ void tst_KavroServer::lockMatrix()
     QCOMPARE(query(*alice, lockedByAlice), QStringList());
     QVERIFY(!bob->RequestFile(1, guid, LockState(second)).isEmpty());
     QCOMPARE(closeFile(*bob, 1, guid), int(NoError));
-    QCOMPARE(answerError(*alice, &KavroClient::deleteFileGroupSg, alice->DeleteFileGroupAsync(guid)), int(NoError));
+    QCOMPARE(answerError(*alice, &KavroClient::deleteFileGroupSg,
+                         [&] {
+                             return alice->DeleteFileGroupAsync(guid);
+                         }),
+             int(NoError));
 }
 
 void tst_KavroServer::queries_data()
@@ -458,7 +492,10 @@ void tst_KavroServer::exportAndImport()
     const QString archives = m_store->filePath(QStringLiteral("archives"));
     const QString target = archives + QStringLiteral("/batch");
     QVERIFY(QDir().mkpath(archives + QStringLiteral("/empty"))); // the export makes its target itself
-    QCOMPARE(answerError(*client, &KavroClient::exportArchiveSg, client->ExportArchiveAsync({guid}, target)),
+    QCOMPARE(answerError(*client, &KavroClient::exportArchiveSg,
+                         [&] {
+                             return client->ExportArchiveAsync({guid}, target);
+                         }),
              int(NoError));
 
     // A second server, whose archive root is the first one's, takes the export in: from the export's
@@ -469,7 +506,9 @@ void tst_KavroServer::exportAndImport()
     const auto reader = connectClient(second.port(), QStringLiteral("bob"));
     QVERIFY(reader);
     const auto importFrom = [&reader](const QString &path) {
-        return answerError(*reader, &KavroClient::importArchiveSg, reader->ImportArchiveAsync({path}));
+        return answerError(*reader, &KavroClient::importArchiveSg, [&] {
+            return reader->ImportArchiveAsync({path});
+        });
     };
     QCOMPARE(importFrom(archives + QStringLiteral("/empty")), int(ErrorImportArchiveIncomplete));
     for (const QString &path : QStringList{target, target + QStringLiteral("/survey_") + guid}) {
@@ -484,7 +523,10 @@ void tst_KavroServer::exportAndImport()
             QCOMPARE(readFile(copy), bytes);
             QCOMPARE(closeFile(*reader, fileId, guid), int(NoError));
         }
-        QCOMPARE(answerError(*reader, &KavroClient::deleteFileGroupSg, reader->DeleteFileGroupAsync(guid)),
+        QCOMPARE(answerError(*reader, &KavroClient::deleteFileGroupSg,
+                             [&] {
+                                 return reader->DeleteFileGroupAsync(guid);
+                             }),
                  int(NoError));
     }
     QVERIFY(second.stop());
@@ -497,7 +539,10 @@ void tst_KavroServer::converter()
     const auto producer = connectClient(m_server->port(), QStringLiteral("alice"));
     QVERIFY(converter && producer);
     QCOMPARE(answerError(*converter, &KavroClient::RegisterConverterSg,
-                         converter->RegisterConverterAsync(QStringLiteral("image-converter"), {FileTypeImage})),
+                         [&] {
+                             return converter->RegisterConverterAsync(QStringLiteral("image-converter"),
+                                                                      {FileTypeImage});
+                         }),
              int(NoError));
     QSignalSpy requested(converter.get(), &KavroClient::ConvertFileGroupRequestedSg);
 
@@ -541,17 +586,17 @@ void tst_KavroServer::listsDuringLargeExport()
         QCOMPARE(exporter->AddFile(path, guid), n);
     }
 
-    // The user list keeps coming back quickly for as long as the export of 200 MB runs.
+    // The user list keeps coming back for as long as the export of 200 MB runs: the copy holds no lock
+    // of the database that another request would wait for.
     QSignalSpy exported(exporter.get(), &KavroClient::exportArchiveSg);
     const QString target = m_store->filePath(QStringLiteral("archives/large"));
     QVERIFY(!exporter->ExportArchiveAsync({guid}, target).isEmpty());
-    for (int calls = 0; exported.isEmpty() && calls < 1000; ++calls) {
-        QElapsedTimer timer;
-        timer.start();
+    int listsDuringExport = 0;
+    for (; exported.isEmpty() && listsDuringExport < 1000; ++listsDuringExport) {
         QVERIFY2(lister->GetUserList().contains(QStringLiteral("alice")), qPrintable(lister->GetErrorString()));
-        QVERIFY2(timer.elapsed() < 1000, qPrintable(QStringLiteral("GetUserList took %1 ms").arg(timer.elapsed())));
         QCoreApplication::processEvents(); // lets the export's answer in
     }
+    QVERIFY2(listsDuringExport >= 5, qPrintable(QString::number(listsDuringExport)));
     QVERIFY(!exported.isEmpty() || exported.wait(60000));
     QCOMPARE(exported.first().at(1).toInt(), int(NoError));
     QCOMPARE(readFile(target + QStringLiteral("/large_") + guid + QStringLiteral("/part4.bin")), part);
@@ -566,14 +611,24 @@ void tst_KavroServer::moveToNas()
     const QString guid = createGroupWithFile(*client, QStringLiteral("moving"), FileTypeImage, content);
 
     QSignalSpy progress(client.get(), &KavroClient::copyForeignFileGroupProgess);
-    const QString requestId = client->MoveToNas(guid);
-    QCOMPARE(answerError(*client, &KavroClient::MoveToNasSg, requestId), int(NoError));
+    QString requestId;
+    QCOMPARE(answerError(*client, &KavroClient::MoveToNasSg,
+                         [&] {
+                             return requestId = client->MoveToNas(guid);
+                         }),
+             int(NoError));
     QTRY_COMPARE_WITH_TIMEOUT(locationState(*client, guid), int(LocationRemote), Timeout);
-    QTRY_VERIFY_WITH_TIMEOUT(!progress.isEmpty(), Timeout);
+    // The last notification says 100, once; a later round trip lets any other one in.
+    QTRY_VERIFY_WITH_TIMEOUT(!progress.isEmpty() && progress.last().at(1).toFloat() == 100, Timeout);
+    QVERIFY(!client->GetUserList().isEmpty());
+    QCoreApplication::processEvents();
+    int completions = 0;
     for (const QVariantList &notification : std::as_const(progress)) {
         QCOMPARE(notification.at(0).toString(), requestId);
         QVERIFY(notification.at(1).toFloat() >= 0 && notification.at(1).toFloat() <= 100);
+        completions += notification.at(1).toFloat() == 100;
     }
+    QCOMPARE(completions, 1);
     const QString path = client->RequestFile(1, guid, LockRead);
     QVERIFY2(isInside(path, m_store->filePath(QStringLiteral("nas"))), qPrintable(path));
     QCOMPARE(readFile(path), content);
@@ -586,8 +641,8 @@ void tst_KavroServer::replyObjects()
     QVERIFY(client);
     QSignalSpy publicReplies(client.get(), &KavroClient::CreateFileGroupSg);
 
-    const auto created = finished(client->CreateFileGroupRequest(QStringLiteral("1.0"), LifeCycleBase, QString(),
-                                                                 QString(), FileTypeImage, 0, QStringLiteral("scan")));
+    const auto created = finished(client->CreateFileGroupRequest(
+        QStringLiteral("1.0"), LifeCycleBase, QString(), QString(), FileTypeImage, 5000000000, QStringLiteral("scan")));
     QVERIFY(created && created->error() == NoError);
     const QString path = QDir(created->path()).filePath(QStringLiteral("page.bin"));
     QVERIFY(writeFile(path, "page"));
@@ -595,9 +650,29 @@ void tst_KavroServer::replyObjects()
     QVERIFY(added && added->error() == NoError);
     QCOMPARE(added->fileId(), 1u);
 
+    // Values come back as they went in: the top file id and then the lowest free one, 64 bits of storage,
+    // the record's own creation time as a query's both bounds, the guid in any case.
+    QSignalSpy addedAsync(client.get(), &KavroClient::AddFileSg);
+    for (const char *name : {"top.bin", "next.bin"})
+        QVERIFY(writeFile(QDir(created->path()).filePath(QLatin1String(name)), name));
+    client->AddFileAsync(QDir(created->path()).filePath(QStringLiteral("top.bin")), created->guid(), -1);
+    QVERIFY(addedAsync.wait(Timeout));
+    QCOMPARE(addedAsync.first().at(1).toUInt(), 4294967295u);
+    QCOMPARE(
+        finished(client->AddFileRequest(QDir(created->path()).filePath(QStringLiteral("next.bin")), created->guid()))
+            ->fileId(),
+        2u);
     const auto meta = finished(client->QueryMetaDataRequest(created->guid()));
     QVERIFY(meta);
-    QCOMPARE(meta->metaData().getFileList(), (FileGroupData::FileList{{QStringLiteral("page.bin"), 1}}));
+    QCOMPARE(meta->metaData().getFileList(),
+             (FileGroupData::FileList{{QStringLiteral("page.bin"), 1},
+                                      {QStringLiteral("next.bin"), 2},
+                                      {QStringLiteral("top.bin"), 4294967295u}}));
+    QCOMPARE(meta->metaData().getReservedStorage(), 5000000000);
+    const QDateTime createdAt = meta->metaData().getCreationTime();
+    QCOMPARE(query(*client, with(&FileQuery::SetCreationTimeMin, createdAt, &FileQuery::SetCreationTimeMax, createdAt)),
+             QStringList{created->guid()});
+    QVERIFY(finished(client->CheckFileGroupExistsRequest(created->guid().toUpper()))->exists());
     const auto found =
         finished(client->QueryFilesRequest(with(&FileQuery::SetFileGroupSearchText, QStringLiteral("sc"))));
     QVERIFY(found);
