@@ -9,12 +9,17 @@
 
 #include <kavro/kavroerrorstring.h>
 
+#include <QSocketNotifier>
 #include <QTcpSocket>
 #include <QThread>
 #include <QThreadStorage>
 #include <QUuid>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace Kavro::Server
 {
@@ -24,6 +29,8 @@ namespace
 // How long accepting pauses when the system refuses a new connection (out of file descriptors).
 constexpr int s_acceptRetryMs = 1000;
 constexpr qint64 s_acceptFailureLogMs = 60000;
+// The most connections taken in one turn of the event loop.
+constexpr int s_acceptBatch = 64;
 
 /*!
  * The store of the calling worker thread for \a database, opened on first use and kept for the thread's life:
@@ -65,12 +72,11 @@ void logRefusal(const QString &peer, const SoapMessage &reply)
 ArchiveServer::ArchiveServer(QObject *parent)
     : QObject(parent)
 {
-    connect(&m_listener, &QTcpServer::newConnection, this, &ArchiveServer::acceptConnections);
-    connect(&m_listener, &QTcpServer::acceptError, this, &ArchiveServer::acceptFailed);
     m_acceptRetry.setSingleShot(true);
     m_acceptRetry.setInterval(s_acceptRetryMs);
     connect(&m_acceptRetry, &QTimer::timeout, this, [this] {
-        m_listener.resumeAccepting();
+        if (m_acceptNotifier)
+            m_acceptNotifier->setEnabled(true);
     });
     m_requests.setMaxThreadCount(qMax(4, QThread::idealThreadCount() * 2));
     m_transfers.setMaxThreadCount(2);
@@ -100,9 +106,16 @@ void ArchiveServer::setLimits(const ServerLimits &limits)
     m_limits = limits;
 }
 
+// The listener only listens: connections are accepted here, so that a failing accept() is seen. (QTcpServer takes
+// running out of descriptors for a passing condition once it has met one, and tries again at once, for ever.)
 bool ArchiveServer::listen(const QHostAddress &address, quint16 port)
 {
-    return m_listener.listen(address, port);
+    if (!m_listener.listen(address, port))
+        return false;
+    m_listener.pauseAccepting();
+    m_acceptNotifier = new QSocketNotifier(m_listener.socketDescriptor(), QSocketNotifier::Read, this);
+    connect(m_acceptNotifier, &QSocketNotifier::activated, this, &ArchiveServer::acceptConnections);
+    return true;
 }
 
 quint16 ArchiveServer::port() const
@@ -124,6 +137,7 @@ void ArchiveServer::close()
 {
     m_stopping = true;
     m_acceptRetry.stop();
+    delete std::exchange(m_acceptNotifier, nullptr);
     m_listener.close();
     // A connection may close at once, and leave the list as it does.
     const QList<ServerConnection *> connections = m_connections.values();
@@ -135,12 +149,23 @@ void ArchiveServer::close()
 
 void ArchiveServer::acceptConnections()
 {
-    while (QTcpSocket *socket = m_listener.nextPendingConnection()) {
+    for (int batch = 0; batch < s_acceptBatch; ++batch) {
+        const int descriptor = ::accept4(int(m_listener.socketDescriptor()), nullptr, nullptr, SOCK_CLOEXEC);
+        if (descriptor < 0) {
+            if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR && errno != ECONNABORTED)
+                acceptFailed(errno);
+            return;
+        }
         if (m_connections.size() >= m_limits.maxConnections) {
             if (!std::exchange(m_refusingConnections, true))
                 logLine(QStringLiteral("%1 connections are open, as many as allowed; refusing more until one closes")
                             .arg(m_connections.size()));
-            socket->abort();
+            ::close(descriptor);
+            continue;
+        }
+        auto *socket = new QTcpSocket;
+        if (!socket->setSocketDescriptor(descriptor)) {
+            ::close(descriptor);
             delete socket;
             continue;
         }
@@ -154,16 +179,15 @@ void ArchiveServer::acceptConnections()
 
 // Out of file descriptors, or another failure of accept(): pause instead of trying again at once. Said once,
 // and then at most once a minute while it goes on.
-void ArchiveServer::acceptFailed(QAbstractSocket::SocketError error)
+void ArchiveServer::acceptFailed(int error)
 {
-    m_listener.pauseAccepting();
+    m_acceptNotifier->setEnabled(false);
     m_acceptRetry.start();
     if (m_lastAcceptFailureLog.isValid() && !m_lastAcceptFailureLog.hasExpired(s_acceptFailureLogMs))
         return;
     m_lastAcceptFailureLog.start();
-    logLine(QStringLiteral("cannot accept connections (%1: %2); trying again every %3 ms")
-                .arg(int(error))
-                .arg(m_listener.errorString())
+    logLine(QStringLiteral("cannot accept connections (%1); trying again every %2 ms")
+                .arg(QString::fromLocal8Bit(std::strerror(error)))
                 .arg(s_acceptRetryMs));
 }
 

@@ -12,6 +12,7 @@
 #include <QHostAddress>
 #include <QMutex>
 #include <QObject>
+#include <QSocketNotifier>
 #include <QTcpServer>
 #include <QThreadPool>
 #include <QTimer>
@@ -69,7 +70,7 @@ private:
     friend class ServerConnection;
 
     void acceptConnections();
-    void acceptFailed(QAbstractSocket::SocketError error);
+    void acceptFailed(int error);
     void connectionClosed(ServerConnection *connection);
     //! Answers \a document of \a connection on a worker thread; the reply comes back through finishRequest().
     void answer(ServerConnection *connection, const QByteArray &document);
@@ -87,6 +88,7 @@ private:
     void startMove(ConnectionId origin, const QString &requestId, const QString &guid) override;
 
     QTcpServer m_listener;
+    QSocketNotifier *m_acceptNotifier = nullptr;
     QTimer m_acceptRetry;
     StorePaths m_paths;
     ServerLimits m_limits;
