@@ -497,6 +497,15 @@ void tst_KavroServer::exportAndImport()
                              return client->ExportArchiveAsync({guid}, target);
                          }),
              int(NoError));
+    // Imported again where the group lives, it is refused before anything is copied: the live file stays.
+    QVERIFY(writeFile(QDir(localPath).filePath(QStringLiteral("notes.txt")), "edited since"));
+    QCOMPARE(answerError(*client, &KavroClient::importArchiveSg,
+                         [&] {
+                             return client->ImportArchiveAsync({target});
+                         }),
+             int(ErrorAddFileGroup));
+    QCOMPARE(readFile(QDir(localPath).filePath(QStringLiteral("notes.txt"))), QByteArray("edited since"));
+    QVERIFY(!QFileInfo::exists(m_store->filePath(QStringLiteral("data/imported"))));
 
     // A second server, whose archive root is the first one's, takes the export in: from the export's
     // directory, and once that copy is deleted again from the group's files directory beside its description.
@@ -558,6 +567,10 @@ void tst_KavroServer::converter()
              qPrintable(requested.first().at(2).toString()));
     QCOMPARE(locationState(*producer, audio), int(LocationCentral));
     QCOMPARE(query(*producer, with(&FileQuery::SetLocationState, LocationCentralNotConverted)), QStringList{image});
+    // Only the converter that was asked may answer: anyone else's answer is ignored, and said so.
+    producer->AnswerConvertFileGroup(image, NoError, QString());
+    QCOMPARE(locationState(*producer, image), int(LocationCentralNotConverted));
+    QVERIFY(m_server->waitForLog("ignored an answer to a conversion of " + image.toUtf8()));
 
     converter->AnswerConvertFileGroup(image, NoError, QString());
     QTRY_COMPARE_WITH_TIMEOUT(locationState(*producer, image), int(LocationCentral), Timeout);
@@ -610,6 +623,14 @@ void tst_KavroServer::moveToNas()
     const QByteArray content = pattern(3 << 20, 'n');
     const QString guid = createGroupWithFile(*client, QStringLiteral("moving"), FileTypeImage, content);
 
+    // Not while a file is locked: its holder would save into the old copy.
+    QVERIFY(!client->RequestFile(1, guid, LockWrite).isEmpty());
+    QCOMPARE(answerError(*client, &KavroClient::MoveToNasSg,
+                         [&] {
+                             return client->MoveToNas(guid);
+                         }),
+             int(ErrorFileGroupLocked));
+    QCOMPARE(closeFile(*client, 1, guid), int(NoError));
     QSignalSpy progress(client.get(), &KavroClient::copyForeignFileGroupProgess);
     QString requestId;
     QCOMPARE(answerError(*client, &KavroClient::MoveToNasSg,
@@ -629,6 +650,12 @@ void tst_KavroServer::moveToNas()
         completions += notification.at(1).toFloat() == 100;
     }
     QCOMPARE(completions, 1);
+    // A second move is refused: its source is its target.
+    QCOMPARE(answerError(*client, &KavroClient::MoveToNasSg,
+                         [&] {
+                             return client->MoveToNas(guid);
+                         }),
+             int(ErrorMoveFileGroup));
     const QString path = client->RequestFile(1, guid, LockRead);
     QVERIFY2(isInside(path, m_store->filePath(QStringLiteral("nas"))), qPrintable(path));
     QCOMPARE(readFile(path), content);
