@@ -621,7 +621,9 @@ void tst_KavroServer::moveToNas()
     const auto client = connectClient(m_server->port(), QStringLiteral("alice"));
     QVERIFY(client);
     const QByteArray content = pattern(3 << 20, 'n');
-    const QString guid = createGroupWithFile(*client, QStringLiteral("moving"), FileTypeImage, content);
+    QString oldDirectory;
+    const QString guid = createGroupWithFile(*client, QStringLiteral("moving"), FileTypeImage, content,
+                                             QStringLiteral("content.bin"), &oldDirectory);
 
     // Not while a file is locked: its holder would save into the old copy.
     QVERIFY(!client->RequestFile(1, guid, LockWrite).isEmpty());
@@ -650,6 +652,7 @@ void tst_KavroServer::moveToNas()
         completions += notification.at(1).toFloat() == 100;
     }
     QCOMPARE(completions, 1);
+    QVERIFY(!QFileInfo::exists(oldDirectory)); // the old copy goes with the move
     // A second move is refused: its source is its target.
     QCOMPARE(answerError(*client, &KavroClient::MoveToNasSg,
                          [&] {
