@@ -15,6 +15,7 @@
 #include <kavro/kavroclient.h>
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QEventLoop>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -129,8 +130,8 @@ bool compareAsyncRate(const QString &label, Kavro::KavroClient &client, RawClien
     return true;
 }
 
-// A group with ten files, made through the raw client; its guid, or empty.
-QString groupWithTenFiles(RawClient &raw)
+// A group with ten files in the storage directory \a data, made through the raw client; its guid, or empty.
+QString groupWithTenFiles(RawClient &raw, const QString &data)
 {
     const QString guid = QUuid::createUuid().toString(QUuid::WithoutBraces);
     if (!raw.call(framed(Kavro::CreateFileGroupMessage(QStringLiteral("measured"), guid, QStringLiteral("detail"),
@@ -140,7 +141,9 @@ QString groupWithTenFiles(RawClient &raw)
                              .writeRequest())))
         return QString();
     for (int i = 0; i < 10; ++i) {
-        if (!raw.call(framed(Kavro::AddFileMessage(guid, QStringLiteral("frame_%1.png").arg(i), 0).writeRequest())))
+        const QString name = QStringLiteral("frame_%1.png").arg(i);
+        if (!placeFile(data + QLatin1Char('/') + guid, name)
+            || !raw.call(framed(Kavro::AddFileMessage(guid, name, 0).writeRequest())))
             return QString();
     }
     return guid;
@@ -170,7 +173,7 @@ int main(int argc, char *argv[])
     RawClient raw(port);
     if (!waitForConnection(client) || !raw.isConnected())
         return fail("no connection to kavro-server");
-    const QString guid = groupWithTenFiles(raw);
+    const QString guid = groupWithTenFiles(raw, QDir(store.path()).canonicalPath() + QLatin1String("/data"));
     if (guid.isEmpty())
         return fail("could not make the measured group");
 

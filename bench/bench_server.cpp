@@ -107,9 +107,10 @@ public:
                                                 Kavro::FileTypeReportFragment,
                                                 Kavro::FileTypeTechnicalParameters,
                                                 Kavro::FileTypeTransmissionSystemBinary};
+        // A store at rest: none in the middle of a move, which the server would put back when it starts.
         static const Kavro::LocationState states[] = {Kavro::LocationCentral, Kavro::LocationCentral,
                                                       Kavro::LocationCentral, Kavro::LocationCentral,
-                                                      Kavro::LocationRemote,  Kavro::LocationCentralNotMoved};
+                                                      Kavro::LocationRemote,  Kavro::LocationCentralNotConverted};
         static const char *const fileNames[] = {"recording.wav",  "spectrum.png", "notes.txt",
                                                 "parameters.xml", "report.pdf",   "raw.bin"};
 
@@ -220,21 +221,25 @@ bool benchQuery(RawClient &client, ArchiveStore &store, const char *criteria, co
 class Writer
 {
 public:
-    Writer(quint16 port, int requests)
+    //! Groups are made in \a data/<guid>, where each file is put just before it is added.
+    Writer(quint16 port, int requests, const QString &data)
         : m_client(port)
     {
+        QString guid;
         for (int i = 0; i < requests; ++i) {
             if (i % (1 + s_filesPerWrittenGroup) == 0) {
-                m_guid = QUuid::createUuid().toString(QUuid::WithoutBraces);
-                m_frames.append(framed(
-                    Kavro::CreateFileGroupMessage(QStringLiteral("written by the benchmark"), m_guid,
-                                                  QStringLiteral("load"), QStringLiteral("Load test ") + m_guid.left(8),
-                                                  Kavro::FileTypeImage, QDateTime(), 0, QStringLiteral("lab"),
-                                                  QStringLiteral("writer"), QStringLiteral("1.0"), QString())
-                        .writeRequest()));
+                guid = QUuid::createUuid().toString(QUuid::WithoutBraces);
+                m_steps.push_back(
+                    {framed(Kavro::CreateFileGroupMessage(
+                                QStringLiteral("written by the benchmark"), guid, QStringLiteral("load"),
+                                QStringLiteral("Load test ") + guid.left(8), Kavro::FileTypeImage, QDateTime(), 0,
+                                QStringLiteral("lab"), QStringLiteral("writer"), QStringLiteral("1.0"), QString())
+                                .writeRequest()),
+                     QString(), QString()});
             } else {
-                m_frames.append(
-                    framed(Kavro::AddFileMessage(m_guid, QStringLiteral("frame_%1.png").arg(i), 0).writeRequest()));
+                const QString name = QStringLiteral("frame_%1.png").arg(i);
+                m_steps.push_back({framed(Kavro::AddFileMessage(guid, name, 0).writeRequest()),
+                                   data + QLatin1Char('/') + guid, name});
             }
         }
     }
@@ -244,25 +249,30 @@ public:
     //! Sends every request in turn; true when each was answered without error.
     bool run()
     {
-        for (const QByteArray &frame : std::as_const(m_frames)) {
-            if (!m_client.call(frame) || groupsIn(m_client.reply()) < 0)
+        for (const Step &step : m_steps) {
+            if ((!step.file.isEmpty() && !placeFile(step.directory, step.file)) || !m_client.call(step.frame)
+                || groupsIn(m_client.reply()) < 0)
                 return false;
         }
         return true;
     }
 
 private:
+    struct Step {
+        QByteArray frame;
+        QString directory; // where the file to add is put first, for AddFile
+        QString file;
+    };
     RawClient m_client;
-    QList<QByteArray> m_frames;
-    QString m_guid;
+    std::vector<Step> m_steps;
 };
 
 // Requests per second of \a requests in all, spread over \a connections at once; 0 when one failed.
-double writeRate(quint16 port, int connections, int requests)
+double writeRate(quint16 port, int connections, int requests, const QString &data)
 {
     std::vector<std::unique_ptr<Writer>> writers;
     for (int i = 0; i < connections; ++i) {
-        writers.push_back(std::make_unique<Writer>(port, requests / connections));
+        writers.push_back(std::make_unique<Writer>(port, requests / connections, data));
         if (!writers.back()->isConnected())
             return 0;
     }
@@ -334,8 +344,8 @@ int main(int argc, char *argv[])
     std::vector<double> alone;
     std::vector<double> together;
     for (int i = 0; i < s_rounds; ++i) {
-        alone.push_back(writeRate(port, 1, requests));
-        together.push_back(writeRate(port, s_writers, requests));
+        alone.push_back(writeRate(port, 1, requests, paths.data));
+        together.push_back(writeRate(port, s_writers, requests, paths.data));
     }
     if (std::count(alone.begin(), alone.end(), 0.0) + std::count(together.begin(), together.end(), 0.0) > 0) {
         std::fprintf(stderr, "bench_server: a write failed\n");

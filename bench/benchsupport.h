@@ -8,6 +8,7 @@
 #include <kavro/kavroclient.h>
 
 #include <QEventLoop>
+#include <QFile>
 #include <QProcess>
 #include <QTimer>
 
@@ -23,6 +24,13 @@ inline Figures figuresOf(std::vector<double> samples)
 {
     std::sort(samples.begin(), samples.end());
     return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
+}
+
+//! Puts a small file \a name into a group's \a directory: the server adds only files that are there.
+inline bool placeFile(const QString &directory, const QString &name)
+{
+    QFile file(directory + QLatin1Char('/') + name);
+    return file.open(QIODevice::WriteOnly) && file.write("bench") == 5;
 }
 
 #ifdef KAVRO_SERVER_BINARY
