@@ -210,28 +210,31 @@ void ArchiveServer::connectionClosed(ServerConnection *connection)
     connection->deleteLater();
 }
 
+// Claims are whole requests, so an admitted one never waits halfway: it arrives, or its connection times out,
+// and its memory comes back. A claim that does not fit waits, and the connection keeps what it held before.
 bool ArchiveServer::holdMemory(ServerConnection *connection, qint64 bytes)
 {
     const ConnectionId id = connection->id();
     const qint64 counted = qMax(qint64(0), bytes - m_limits.freeShare);
     qint64 &held = m_heldMemory[id];
+    if (counted > held && m_totalHeld - held + counted > m_limits.requestMemory) {
+        if (m_waitingForMemory.isEmpty())
+            logLine(QStringLiteral("the memory for requests (%1 bytes) is spent; connections with large requests wait")
+                        .arg(m_limits.requestMemory));
+        if (!m_waitingForMemory.contains(id))
+            m_waitingForMemory.append(id);
+        return false;
+    }
     const bool freed = counted < held;
     m_totalHeld += counted - held;
     held = counted;
-    if (freed && m_totalHeld < m_limits.requestMemory) {
+    if (freed) {
         for (const ConnectionId waiting : std::exchange(m_waitingForMemory, {})) {
             if (ServerConnection *other = m_connections.value(waiting))
                 QMetaObject::invokeMethod(other, &ServerConnection::memoryFreed, Qt::QueuedConnection);
         }
     }
-    if (counted == 0 || m_totalHeld <= m_limits.requestMemory)
-        return true;
-    if (m_waitingForMemory.isEmpty())
-        logLine(QStringLiteral("the memory for requests (%1 bytes) is spent; connections with large requests wait")
-                    .arg(m_limits.requestMemory));
-    if (!m_waitingForMemory.contains(id))
-        m_waitingForMemory.append(id);
-    return false;
+    return true;
 }
 
 QByteArray ArchiveServer::framed(const SoapMessage &message) const

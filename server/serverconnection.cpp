@@ -137,9 +137,15 @@ void ServerConnection::bytesArrived()
     watchDeadline();
 }
 
+// What the connection holds or is about to: a frame is claimed whole once its length is known, and an
+// unfinished plain document past the free share may grow to the largest request.
 qint64 ServerConnection::bytesHeld() const
 {
-    return m_separator->heldBytes() + m_socket->bytesAvailable() + m_requestSize;
+    const qint64 held = m_separator->heldBytes() + m_socket->bytesAvailable();
+    qint64 claimed = qMax(held, m_separator->announcedBytes());
+    if (m_separator->mode() == XmlSeparator::PlainXml && held > m_limits.freeShare)
+        claimed = qMax(claimed, m_limits.maxRequestSize);
+    return claimed + m_requestSize;
 }
 
 void ServerConnection::watchDeadline()

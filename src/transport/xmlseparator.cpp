@@ -102,6 +102,12 @@ qint64 XmlSeparator::heldBytes() const
     return m_buffer.size() + m_document.size();
 }
 
+qint64 XmlSeparator::announcedBytes() const
+{
+    const qint64 frame = frameSize();
+    return frame > 0 ? m_offset + frame : 0;
+}
+
 void XmlSeparator::connectSocket()
 {
     disconnectSocket();

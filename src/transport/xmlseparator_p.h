@@ -85,6 +85,8 @@ public:
     void setMaxMessageSize(qint64 bytes);
     //! The bytes held of messages not yet whole, and of those not yet delivered.
     qint64 heldBytes() const;
+    //! What the buffer will hold once the length-prefixed frame being assembled is whole; 0 while unknown.
+    qint64 announcedBytes() const;
 
 Q_SIGNALS:
     //! One complete message.
