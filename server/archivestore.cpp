@@ -188,6 +188,8 @@ public:
     void noteName(const QLatin1String &table, const QString &name);
     QStringList names(const QLatin1String &table);
     bool readFiles(const QString &guid, QList<StoredFile> *files);
+    //! The records, without their files, of the groups g that \a clauses (WHERE, ORDER BY) select.
+    QList<FileGroupData> records(const QString &clauses, const QVariantList &values);
 
     QString driverName = QStringLiteral("QSQLITE");
     QString connectionName;
@@ -410,6 +412,18 @@ QStringList ArchiveStore::Private::names(const QLatin1String &table)
             result.append(query.value(0).toString());
     }
     result.sort();
+    return result;
+}
+
+QList<FileGroupData> ArchiveStore::Private::records(const QString &clauses, const QVariantList &values)
+{
+    QList<FileGroupData> result;
+    QSqlQuery query(db);
+    if (run(query, QLatin1String("SELECT ") + s_recordColumns + QLatin1String(" FROM file_groups g") + clauses,
+            values)) {
+        while (query.next())
+            result.append(recordFrom(query));
+    }
     return result;
 }
 
@@ -651,26 +665,12 @@ QString ArchiveStore::groupUsingPath(const QString &path, const QString &exceptG
 
 QList<FileGroupData> ArchiveStore::fileGroupsInState(LocationState state)
 {
-    QList<FileGroupData> result;
-    QSqlQuery query(d->db);
-    if (d->run(query,
-               QLatin1String("SELECT ") + s_recordColumns
-                   + QLatin1String(" FROM file_groups g WHERE g.location_state = ?"),
-               {int(state)})) {
-        while (query.next())
-            result.append(recordFrom(query));
-    }
-    return result;
+    return d->records(QStringLiteral(" WHERE g.location_state = ?"), {int(state)});
 }
 
 QList<FileGroupData> ArchiveStore::allFileGroups()
 {
-    QList<FileGroupData> result;
-    QSqlQuery query(d->db);
-    if (d->run(query, QLatin1String("SELECT ") + s_recordColumns + QLatin1String(" FROM file_groups g"))) {
-        while (query.next())
-            result.append(recordFrom(query));
-    }
+    QList<FileGroupData> result = d->records(QString(), {});
     for (FileGroupData &record : result) {
         QList<StoredFile> stored;
         d->readFiles(record.getGuid(), &stored);
@@ -951,18 +951,11 @@ QList<FileGroupData> ArchiveStore::query(const FileQuery &query)
         values.append(query.GetReferencingApplication());
     }
 
-    QList<FileGroupData> result;
-    QSqlQuery sql(d->db);
     // NULL creation times first, whatever the database's own NULL ordering
-    if (d->run(sql,
-               QLatin1String("SELECT ") + s_recordColumns + QLatin1String(" FROM file_groups g") + where
-                   + QLatin1String(" ORDER BY CASE WHEN g.creation_time IS NULL THEN 0 ELSE 1 END,"
-                                   " g.creation_time, g.guid"),
-               values)) {
-        while (sql.next())
-            result.append(recordFrom(sql));
-    }
-    return result;
+    return d->records(where
+                          + QLatin1String(" ORDER BY CASE WHEN g.creation_time IS NULL THEN 0 ELSE 1 END,"
+                                          " g.creation_time, g.guid"),
+                      values);
 }
 
 } // namespace Server

@@ -20,7 +20,6 @@ namespace
 {
 const QLatin1String s_descriptionExtension(".fgdesc");
 constexpr qint64 s_maxDescriptionSize = 16 << 20;
-constexpr int s_maxGuidLength = 255;
 
 QStringList fileNames(const FileGroupData &group)
 {
@@ -138,8 +137,8 @@ bool isValidRecord(const FileGroupData &record)
             return false;
         ids.insert(quint64(file.second));
     }
-    return isPlainName(record.getGuid()) && record.getGuid().size() <= s_maxGuidLength
-        && record.getFileType() >= FileTypeUnknown && record.getFileType() <= FileTypeTechnicalParameters;
+    return isGuid(record.getGuid()) && record.getFileType() >= FileTypeUnknown
+        && record.getFileType() <= FileTypeTechnicalParameters;
 }
 
 KavroError readGroup(int directory, const QString &description, ImportedGroup *group)

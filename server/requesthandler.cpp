@@ -54,7 +54,6 @@ struct RequestHandler::Command {
 
 namespace
 {
-constexpr int s_maxGuidLength = 255;
 constexpr int s_shownValueLength = 40;
 
 // The whole numbers clients send, with their ranges; the entries of "FileTypeList" are file types too.
@@ -126,12 +125,6 @@ QList<FileType> fileTypes(const QStringList &texts)
     for (const QString &text : texts)
         types << static_cast<FileType>(text.toInt());
     return types;
-}
-
-// A guid is a name of its own in the storage directory, of a bounded length.
-bool isGuid(const QString &guid)
-{
-    return isPlainName(guid) && guid.size() <= s_maxGuidLength;
 }
 
 /*!
@@ -349,9 +342,8 @@ KavroError RequestHandler::storeNewGroup(Request &request, FileGroupData &record
                             QStringLiteral("The path leads through a link or to something "
                                            "that is not a directory"));
     if (!created.isEmpty()) {
-        request.undo.append([root = m_paths.data, created] {
-            removeDirectory(root, created);
-            removeEmptyParents(root, created);
+        request.undo.append([paths = m_paths, created] {
+            removeGroupDirectory(paths, created);
         });
     } else if (!entryNames(directory.get()).isEmpty()) {
         return request.fail(ErrorCreatePath, QStringLiteral("The directory exists and is not empty"));

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "storefiles.h"
 
+#include "storepaths.h"
+
 #include <QDir>
 #include <QFile>
 #include <QRandomGenerator>
@@ -26,13 +28,6 @@ constexpr qint64 s_copyBlock = 1 << 20;
 QByteArray encoded(const QString &name)
 {
     return QFile::encodeName(name);
-}
-
-// A name that stands for one entry of a directory, never a way out of it.
-bool isEntryName(const QString &name)
-{
-    return !name.isEmpty() && name != QLatin1String(".") && name != QLatin1String("..")
-        && !name.contains(QLatin1Char('/')) && !name.contains(QChar(0));
 }
 
 int retried(const std::function<int()> &call)
@@ -131,14 +126,14 @@ FileDescriptor makeDirectory(const QString &root, const QString &path, QString *
 
 FileDescriptor openSubdirectory(int directory, const QString &name)
 {
-    return isEntryName(name) ? FileDescriptor(::openat(directory, encoded(name).constData(), s_directoryFlags))
+    return isPlainName(name) ? FileDescriptor(::openat(directory, encoded(name).constData(), s_directoryFlags))
                              : FileDescriptor();
 }
 
 EntryType entryType(int directory, const QString &name)
 {
     struct stat status = {};
-    if (!isEntryName(name) || ::fstatat(directory, encoded(name).constData(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    if (!isPlainName(name) || ::fstatat(directory, encoded(name).constData(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return EntryType::Missing;
     if (S_ISDIR(status.st_mode))
         return EntryType::Directory;
@@ -166,7 +161,7 @@ QStringList entryNames(int directory)
 
 FileDescriptor openRegularFile(int directory, const QString &name)
 {
-    if (!isEntryName(name))
+    if (!isPlainName(name))
         return FileDescriptor();
     // Non-blocking, so that a named pipe cannot hold the open; the type is checked on what was opened.
     FileDescriptor file(retried([&] {
@@ -182,7 +177,7 @@ FileDescriptor openRegularFile(int directory, const QString &name)
 qint64 regularFileSize(int directory, const QString &name)
 {
     struct stat status = {};
-    if (!isEntryName(name) || ::fstatat(directory, encoded(name).constData(), &status, AT_SYMLINK_NOFOLLOW) != 0
+    if (!isPlainName(name) || ::fstatat(directory, encoded(name).constData(), &status, AT_SYMLINK_NOFOLLOW) != 0
         || !S_ISREG(status.st_mode))
         return -1;
     return status.st_size;
@@ -209,7 +204,7 @@ bool readRegularFile(int directory, const QString &name, qint64 maxSize, QByteAr
 
 bool writeNewFile(int directory, const QString &name, const QByteArray &content)
 {
-    if (!isEntryName(name))
+    if (!isPlainName(name))
         return false;
     const FileDescriptor file(::openat(directory, encoded(name).constData(),
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, s_fileMode));
@@ -253,7 +248,7 @@ QString makeTemporaryDirectory(int directory, const QString &prefix)
 
 bool removeEntry(int directory, const QString &name)
 {
-    if (!isEntryName(name))
+    if (!isPlainName(name))
         return false;
     const QByteArray entry = encoded(name);
     const FileDescriptor opened(::openat(directory, entry.constData(), s_directoryFlags));
@@ -293,7 +288,7 @@ void removeEmptyParents(const QString &root, const QString &path)
 
 bool renameNew(int directory, const QString &from, const QString &to)
 {
-    return isEntryName(from) && isEntryName(to)
+    return isPlainName(from) && isPlainName(to)
         && ::renameat2(directory, encoded(from).constData(), directory, encoded(to).constData(), RENAME_NOREPLACE) == 0;
 }
 

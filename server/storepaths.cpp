@@ -33,32 +33,15 @@ bool StorePaths::create(const QString &storeDirectory, const QString &archiveRoo
     return !data.isEmpty() && !nas.isEmpty() && !archiveRoot.isEmpty();
 }
 
-QString containedPath(const QString &root, const QString &path)
-{
-    if (path.isEmpty() || path.contains(QChar(0)))
-        return QString();
-    const QString cleaned = QDir::cleanPath(QDir(root).absoluteFilePath(path));
-    // Resolve the links of the part that exists; the rest cannot be a link yet.
-    QString existing = cleaned;
-    QString rest;
-    while (!QFileInfo::exists(existing)) {
-        const qsizetype cut = existing.lastIndexOf(QLatin1Char('/'));
-        if (cut <= 0)
-            return QString();
-        rest.prepend(existing.mid(cut));
-        existing.truncate(cut);
-    }
-    const QString resolved = QFileInfo(existing).canonicalFilePath() + rest;
-    const QString top = QFileInfo(root).canonicalFilePath();
-    if (resolved != top && !resolved.startsWith(top + QLatin1Char('/')))
-        return QString();
-    return resolved;
-}
-
 bool isPlainName(const QString &name)
 {
     return !name.isEmpty() && name != QLatin1String(".") && name != QLatin1String("..")
         && !name.contains(QLatin1Char('/')) && !name.contains(QLatin1Char('\\')) && !name.contains(QChar(0));
+}
+
+bool isGuid(const QString &guid)
+{
+    return isPlainName(guid) && guid.size() <= maxGuidLength;
 }
 
 } // namespace Kavro::Server

@@ -23,15 +23,13 @@ struct StorePaths {
     QString archiveRoot; //!< the only place archives are exported to and imported from
 };
 
-/*!
- * \a path made absolute (relative paths count from \a root), cleaned, and
- * with the symbolic links of its existing part resolved, when the result
- * lies inside \a root; empty otherwise. \a root must exist.
- */
-QString containedPath(const QString &root, const QString &path);
-
 //! True for a name that can stand as one path component: no separators, not "." or "..", not empty.
 bool isPlainName(const QString &name);
+
+//! The longest guid a group may have.
+constexpr int maxGuidLength = 255;
+//! True for a guid a group may have: a plain name of at most maxGuidLength characters.
+bool isGuid(const QString &guid);
 
 } // namespace Kavro::Server
 
