@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "fakearchive.h"
 #include "kavroclient_p.h"
+#include "processmemory.h"
 #include "tracecapture.h"
 
 #include <kavro/filequery.h>
@@ -532,19 +533,6 @@ void tst_KavroClient::asynchronousRequests()
         QVERIFY2(capture.texts().contains(line), qPrintable(line));
 }
 
-namespace
-{
-// A figure of /proc/self/status in KiB ("VmRSS", "VmHWM"); -1 where there is none.
-qint64 memoryKiB(const QByteArray &name)
-{
-    for (const QByteArray &line : readFile(QStringLiteral("/proc/self/status")).split('\n')) {
-        if (line.startsWith(QByteArray(name + ':')))
-            return line.mid(name.size() + 1).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
-} // namespace
-
 void tst_KavroClient::memoryBoundedPerConnection_data()
 {
     QTest::addColumn<bool>("listened"); // something is connected to the reply signal
@@ -579,10 +567,8 @@ void tst_KavroClient::memoryBoundedPerConnection()
                                          FakeServer::soapReply(FakeServer::requestIdOf(request), "GetUserListReply",
                                                                "<m:Users><m:User>carol</m:User></m:Users>"));
     });
-    QFile peakReset(QStringLiteral("/proc/self/clear_refs"));
-    if (!peakReset.open(QIODevice::WriteOnly) || peakReset.write("5") != 1)
+    if (!resetPeakMemory())
         QSKIP("the peak of the resident set cannot be reset here");
-    peakReset.close();
     const qint64 before = memoryKiB("VmRSS");
     const TraceCapture capture;
 

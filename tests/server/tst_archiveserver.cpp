@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "archivestore.h"
 #include "messages_p.h"
+#include "processmemory.h"
 #include "rawconnection.h"
 #include "serverprocess.h"
 #include "temporarysettings.h"
@@ -28,22 +29,6 @@ namespace
 {
 constexpr int Timeout = 20000;
 const QByteArray PrivateContent = "private, outside the store";
-
-// The peak of a process's resident set since its last reset, in KiB; -1 where it cannot be read.
-qint64 peakKiB(qint64 pid)
-{
-    for (const QByteArray &line : readFile(QStringLiteral("/proc/%1/status").arg(pid)).split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
-
-bool resetPeak(qint64 pid)
-{
-    QFile file(QStringLiteral("/proc/%1/clear_refs").arg(pid));
-    return file.open(QIODevice::WriteOnly) && file.write("5") == 1;
-}
 
 // The error of a reply object once it has finished; -1 when it did not in time.
 int errorOf(KavroReply *reply, std::unique_ptr<KavroReply> *kept = nullptr)
@@ -99,21 +84,23 @@ struct OwnServer {
     }
     bool start(const QStringList &arguments = {})
     {
-        if (!server.start(store.path(), arguments))
-            return false;
-        client = std::make_unique<KavroClient>(QStringLiteral("127.0.0.1"), server.port(), QStringLiteral("viewer"),
-                                               QStringLiteral("alice"), QStringLiteral("team"));
-        return client->waitForConnected(Timeout);
+        return server.start(store.path(), arguments) && (client = connect(QStringLiteral("alice")));
     }
-    //! A group holding \a files, each its own name as content; its guid, empty on failure.
-    QString addGroup(const QStringList &files)
+    std::unique_ptr<KavroClient> connect(const QString &user) const
+    {
+        auto connected = std::make_unique<KavroClient>(QStringLiteral("127.0.0.1"), server.port(),
+                                                       QStringLiteral("viewer"), user, QStringLiteral("team"));
+        return connected->waitForConnected(Timeout) ? std::move(connected) : nullptr;
+    }
+    //! alice's group holding \a files, each holding \a content or else its own name; its guid, empty on failure.
+    QString addGroup(const QStringList &files, const QByteArray &content = QByteArray())
     {
         const QString guid = client->CreateFileGroup(QStringLiteral("1"), {}, {}, {}, FileTypeImage, 0,
                                                      QStringLiteral("own"), directory);
         directory = QDir::cleanPath(directory);
         for (const QString &file : files) {
             const QString path = directory + QLatin1Char('/') + file;
-            if (!writeFile(path, file.toUtf8()) || client->AddFile(path, guid) == 0)
+            if (!writeFile(path, content.isEmpty() ? file.toUtf8() : content) || client->AddFile(path, guid) == 0)
                 return QString();
         }
         return guid;
@@ -158,9 +145,14 @@ private:
     void littleEndianFrameOf512Bytes();
     void longFileTypeLists();
 
-    std::unique_ptr<KavroClient> connectClient(quint16 port, const QString &user);
     //! A group with the file "file.bin" holding \a content; its guid, and its directory in \a directory.
-    QString newGroup(const QByteArray &content, QString *directory = nullptr, FileType type = FileTypeImage);
+    QString newGroup(const QByteArray &content, QString *directory = nullptr)
+    {
+        const QString guid = m_own.addGroup({QStringLiteral("file.bin")}, content);
+        if (directory)
+            *directory = m_own.directory;
+        return guid;
+    }
     QString archives(const QString &name) const { return m_store.filePath(QStringLiteral("archives/")) + name; }
     QString data(const QString &path = QString()) const { return m_store.filePath(QStringLiteral("data/")) + path; }
     int locationState(const QString &guid);
@@ -169,10 +161,11 @@ private:
     bool othersAnswered();
 
     std::unique_ptr<TemporarySettings> m_settings;
-    QTemporaryDir m_store;
     QTemporaryDir m_outside;
-    ServerProcess m_server;
-    std::unique_ptr<KavroClient> m_client; // alice, who is attacked or attacks
+    OwnServer m_own; // alice, who is attacked or attacks, is its client
+    QTemporaryDir &m_store = m_own.store;
+    ServerProcess &m_server = m_own.server;
+    std::unique_ptr<KavroClient> &m_client = m_own.client;
     std::unique_ptr<KavroClient> m_bystander; // bob, with a group of his own
     QString m_bystanderGroup;
     QString m_bystanderFile;
@@ -182,10 +175,8 @@ void tst_ArchiveServer::initTestCase()
 {
     m_settings = std::make_unique<TemporarySettings>(QByteArray(), true);
     QVERIFY(writeFile(m_outside.filePath(QStringLiteral("private.txt")), PrivateContent));
-    QVERIFY(m_server.start(m_store.path(), {QStringLiteral("--request-memory"), QString::number(8 << 20)}));
-    m_bystander = connectClient(m_server.port(), QStringLiteral("bob"));
-    m_client = connectClient(m_server.port(), QStringLiteral("alice"));
-    QVERIFY(m_client && m_bystander);
+    QVERIFY(m_own.start({QStringLiteral("--request-memory"), QString::number(8 << 20)}));
+    QVERIFY(m_bystander = m_own.connect(QStringLiteral("bob")));
     QString directory;
     m_bystanderGroup = m_bystander->CreateFileGroup(QStringLiteral("1"), {}, {}, {}, FileTypeImage, 0,
                                                     QStringLiteral("bystander"), directory);
@@ -195,27 +186,9 @@ void tst_ArchiveServer::initTestCase()
 
 void tst_ArchiveServer::cleanupTestCase()
 {
-    m_client.reset();
     m_bystander.reset();
+    m_client.reset();
     QVERIFY(m_server.stop()); // whatever was tried, SIGTERM still stops the server
-}
-
-std::unique_ptr<KavroClient> tst_ArchiveServer::connectClient(quint16 port, const QString &user)
-{
-    auto client = std::make_unique<KavroClient>(QStringLiteral("127.0.0.1"), port, QStringLiteral("viewer"), user,
-                                                QStringLiteral("team"));
-    return client->waitForConnected(Timeout) ? std::move(client) : nullptr;
-}
-
-QString tst_ArchiveServer::newGroup(const QByteArray &content, QString *directory, FileType type)
-{
-    QString path;
-    const QString guid =
-        m_client->CreateFileGroup(QStringLiteral("1"), {}, {}, {}, type, 0, QStringLiteral("victim"), path);
-    const QString file = QDir(path).filePath(QStringLiteral("file.bin"));
-    if (directory)
-        *directory = QDir::cleanPath(path);
-    return !guid.isEmpty() && writeFile(file, content) && m_client->AddFile(file, guid) == 1 ? guid : QString();
 }
 
 int tst_ArchiveServer::locationState(const QString &guid)
@@ -441,9 +414,9 @@ void tst_ArchiveServer::boundedUnderLoad()
         unsigned int count = 0;
         QTRY_VERIFY_WITH_TIMEOUT(m_client->QueryFiles(FileQuery(), count).size() > 400, Timeout);
     }
-    if (!resetPeak(m_server.processId()))
+    if (!resetPeakMemory(QString::number(m_server.processId())))
         QSKIP("the peak of the server's resident set cannot be reset here");
-    const qint64 before = peakKiB(m_server.processId());
+    const qint64 before = memoryKiB("VmHWM", QString::number(m_server.processId()));
     std::vector<std::unique_ptr<RawConnection>> attackers;
     const auto attacker = [&] {
         attackers.push_back(std::make_unique<RawConnection>(m_server.port()));
@@ -471,7 +444,7 @@ void tst_ArchiveServer::boundedUnderLoad()
     }
     QVERIFY(m_server.waitForLog(logged));
     QVERIFY(othersAnswered());
-    const qint64 grownKiB = peakKiB(m_server.processId()) - before;
+    const qint64 grownKiB = memoryKiB("VmHWM", QString::number(m_server.processId())) - before;
     qInfo("peak growth of the server: %lld KiB", grownKiB);
     // The budget for requests, the unsent replies of one connection, and what the kernel and the sockets buffer.
     QVERIFY2(grownKiB < 40 * 1024, qPrintable(QString::number(grownKiB)));
