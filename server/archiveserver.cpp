@@ -10,7 +10,7 @@
 #include <kavro/kavroerrorstring.h>
 
 #include <QSocketNotifier>
-#include <QTcpSocket>
+#include <QSslSocket>
 #include <QThread>
 #include <QThreadStorage>
 #include <QUuid>
@@ -133,6 +133,16 @@ void ArchiveServer::setCompressReplies(bool compress)
     m_compressReplies = compress;
 }
 
+void ArchiveServer::setTls(const QSslConfiguration &configuration)
+{
+    m_tls = configuration;
+}
+
+void ArchiveServer::setAdministrators(const QStringList &users)
+{
+    m_administrators = users;
+}
+
 void ArchiveServer::close()
 {
     m_stopping = true;
@@ -163,7 +173,9 @@ void ArchiveServer::acceptConnections()
             ::close(descriptor);
             continue;
         }
-        auto *socket = new QTcpSocket;
+        QTcpSocket *socket = m_tls ? new QSslSocket : new QTcpSocket;
+        if (auto *ssl = qobject_cast<QSslSocket *>(socket))
+            ssl->setSslConfiguration(*m_tls);
         if (!socket->setSocketDescriptor(descriptor)) {
             ::close(descriptor);
             delete socket;
@@ -247,14 +259,16 @@ void ArchiveServer::answer(ServerConnection *connection, const QByteArray &docum
 {
     const ConnectionId id = connection->id();
     const QString peer = connection->peer();
-    const auto work = [this, id, peer](const SoapMessage &request) {
+    const Caller caller{id, peer, connection->user(),
+                        !connection->user().isEmpty() && m_administrators.contains(connection->user())};
+    const auto work = [this, id, peer, caller](const SoapMessage &request) {
         QString error;
         std::optional<SoapMessage> reply;
         if (ArchiveStore *store = threadStore(m_paths.database, &error)) {
             RequestHandler handler(*store, m_paths, m_limits, this, [this] {
                 return m_stopping.load();
             });
-            reply = handler.handle(request, id);
+            reply = handler.handle(request, caller);
         } else {
             logLine(QStringLiteral("cannot open the database: %1").arg(error));
             reply = SoapMessage::replyTo(request);
@@ -287,14 +301,16 @@ void ArchiveServer::sendTo(ConnectionId id, const QByteArray &document)
     });
 }
 
-void ArchiveServer::registerConverter(ConnectionId origin, const QString &converterId, const QList<FileType> &types)
+void ArchiveServer::registerConverter(const Caller &caller, const QString &converterId, const QList<FileType> &types)
 {
     const QMutexLocker locker(&m_convertersMutex);
-    m_converters.removeIf([origin](const Converter &converter) {
+    m_converters.removeIf([origin = caller.connection](const Converter &converter) {
         return converter.connection == origin;
     });
-    m_converters.append({origin, types});
-    logLine(QStringLiteral("%1: converter %2 registered").arg(m_peers.value(origin), converterId));
+    m_converters.append({caller.connection, types});
+    logLine(QStringLiteral("%1: converter %2 registered by %3")
+                .arg(caller.peer, converterId,
+                     caller.user.isEmpty() ? QStringLiteral("an unauthenticated client") : caller.user));
 }
 
 bool ArchiveServer::hasConverter(FileType type) const

@@ -13,11 +13,13 @@
 #include <QMutex>
 #include <QObject>
 #include <QSocketNotifier>
+#include <QSslConfiguration>
 #include <QTcpServer>
 #include <QThreadPool>
 #include <QTimer>
 
 #include <atomic>
+#include <optional>
 
 namespace Kavro::Server
 {
@@ -62,6 +64,15 @@ public:
     QString errorString() const;
     //! Sends every reply compressed in Qt's format.
     void setCompressReplies(bool compress);
+    /*!
+     * Serves TLS only, with \a configuration; where it verifies peers
+     * (QSslSocket::VerifyPeer), every client must present a certificate, and
+     * its common name is the user it acts as. Takes effect for connections
+     * made afterwards.
+     */
+    void setTls(const QSslConfiguration &configuration);
+    //! The users who may act for others, where users are proved by certificates.
+    void setAdministrators(const QStringList &users);
 
     //! Stops accepting, closes every connection, stops the copies under way and waits for the work in progress.
     void close();
@@ -81,7 +92,7 @@ private:
     bool holdMemory(ServerConnection *connection, qint64 bytes);
 
     // ServerEvents, called from worker threads
-    void registerConverter(ConnectionId origin, const QString &converterId, const QList<FileType> &types) override;
+    void registerConverter(const Caller &caller, const QString &converterId, const QList<FileType> &types) override;
     bool hasConverter(FileType type) const override;
     void requestConversion(const QString &guid, FileType type, const QString &path) override;
     bool answersConversion(ConnectionId origin, const QString &guid, bool finished) override;
@@ -93,6 +104,8 @@ private:
     StorePaths m_paths;
     ServerLimits m_limits;
     bool m_compressReplies = false;
+    std::optional<QSslConfiguration> m_tls;
+    QStringList m_administrators;
     ConnectionId m_lastConnectionId = 0;
     QHash<ConnectionId, ServerConnection *> m_connections;
     bool m_refusingConnections = false; // the connection limit was reached, and said so once

@@ -4,14 +4,17 @@
 #include "archivestore.h"
 #include "serverlog.h"
 #include "storecheck.h"
+#include "tlssetup_p.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QSocketNotifier>
+#include <QSslSocket>
 
 #include <csignal>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -136,6 +139,60 @@ bool readLimits(const QCommandLineParser &parser, const std::vector<LimitOption>
     return true;
 }
 
+struct TlsOptions {
+    QCommandLineOption certificate{QStringLiteral("tls-cert"),
+                                   QStringLiteral("Serve TLS only, with this PEM certificate (chain)."),
+                                   QStringLiteral("FILE")};
+    QCommandLineOption key{QStringLiteral("tls-key"), QStringLiteral("The unencrypted PEM key of --tls-cert."),
+                           QStringLiteral("FILE")};
+    QCommandLineOption clientCa{QStringLiteral("tls-client-ca"),
+                                QStringLiteral("Require every client to present a certificate signed by a CA in this "
+                                               "PEM file; the certificate's common name is the user it acts as."),
+                                QStringLiteral("FILE")};
+    QCommandLineOption admin{QStringLiteral("admin"),
+                             QStringLiteral("A user who may act for others (release their locks, delete their "
+                                            "groups); may be given more than once. Needs --tls-client-ca."),
+                             QStringLiteral("NAME")};
+    QCommandLineOption insecure{QStringLiteral("insecure"),
+                                QStringLiteral("Listen on an address other than loopback without client "
+                                               "certificates: anyone who reaches the port may act as any user.")};
+};
+
+/*!
+ * The server's TLS configuration from the command line, or nullopt when it serves no TLS; false, with \a error,
+ * when the options do not go together or a file cannot be used.
+ */
+bool readTls(const QCommandLineParser &parser, const TlsOptions &options, std::optional<QSslConfiguration> *tls,
+             QString *error)
+{
+    if (parser.isSet(options.certificate) != parser.isSet(options.key)) {
+        *error = QStringLiteral("--tls-cert and --tls-key go together");
+        return false;
+    }
+    if (parser.isSet(options.clientCa) && !parser.isSet(options.certificate)) {
+        *error = QStringLiteral("--tls-client-ca needs --tls-cert and --tls-key");
+        return false;
+    }
+    if (parser.isSet(options.admin) && !parser.isSet(options.clientCa)) {
+        *error = QStringLiteral("--admin needs --tls-client-ca: only certificates prove who a user is");
+        return false;
+    }
+    if (!parser.isSet(options.certificate))
+        return true;
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.setProtocol(QSsl::TlsV1_2OrLater);
+    configuration.setLocalCertificateChain(Kavro::certificatesFromFile(parser.value(options.certificate), error));
+    if (error->isEmpty())
+        configuration.setPrivateKey(Kavro::privateKeyFromFile(parser.value(options.key), error));
+    configuration.setPeerVerifyMode(QSslSocket::VerifyNone);
+    if (error->isEmpty() && parser.isSet(options.clientCa)) {
+        configuration.setCaCertificates(Kavro::certificatesFromFile(parser.value(options.clientCa), error));
+        configuration.setPeerVerifyMode(QSslSocket::VerifyPeer);
+    }
+    *tls = configuration;
+    return error->isEmpty();
+}
+
 void printLines(const char *label, const QStringList &lines)
 {
     for (const QString &line : lines)
@@ -195,7 +252,9 @@ int main(int argc, char *argv[])
                                                   "and exit: 0 when all matches, 1 otherwise. Serves nothing."));
     const QCommandLineOption repair(QStringLiteral("repair"),
                                     QStringLiteral("With --check: remove what no record names (orphans)."));
-    parser.addOptions({store, listen, compress, archiveRoot, check, repair});
+    const TlsOptions tlsOptions;
+    parser.addOptions({store, listen, compress, archiveRoot, check, repair, tlsOptions.certificate, tlsOptions.key,
+                       tlsOptions.clientCa, tlsOptions.admin, tlsOptions.insecure});
     const ServerLimits defaults;
     const std::vector<LimitOption> limits = limitOptions(defaults);
     for (const LimitOption &limit : limits)
@@ -218,6 +277,18 @@ int main(int argc, char *argv[])
         logLine(error);
         return 2;
     }
+    std::optional<QSslConfiguration> tls;
+    if (!readTls(parser, tlsOptions, &tls, &error)) {
+        logLine(error);
+        return 2;
+    }
+    if (!address.isLoopback() && !parser.isSet(tlsOptions.clientCa) && !parser.isSet(tlsOptions.insecure)) {
+        logLine(QStringLiteral("refusing to listen on %1 without --tls-client-ca: anyone who reaches it could act as "
+                               "any user; require client certificates (--tls-cert, --tls-key, --tls-client-ca), or "
+                               "give --insecure to allow it on purpose")
+                    .arg(parser.value(listen)));
+        return 2;
+    }
     if (parser.isSet(repair) && !parser.isSet(check)) {
         logLine(QStringLiteral("--repair goes with --check"));
         return 2;
@@ -238,6 +309,9 @@ int main(int argc, char *argv[])
     }
     server.setCompressReplies(parser.isSet(compress));
     server.setLimits(chosen);
+    if (tls)
+        server.setTls(*tls);
+    server.setAdministrators(parser.values(tlsOptions.admin));
     if (!server.listen(address, port)) {
         logLine(QStringLiteral("cannot listen on %1: %2").arg(parser.value(listen), server.errorString()));
         return 1;

@@ -5,6 +5,7 @@
 #include "archivestore.h"
 #include "archivetransfer.h"
 #include "messages_p.h"
+#include "serverlog.h"
 #include "storepaths.h"
 
 #include <kavro/filequery.h>
@@ -21,7 +22,7 @@ namespace Kavro::Server
 struct RequestHandler::Request {
     const SoapMessage &in;
     SoapMessage &out;
-    ConnectionId origin;
+    const Caller &caller;
     //! The reply's text where the code's own would not say what was wrong.
     QString errorText = QString();
     //! Takes back what was done on disk, when the request fails.
@@ -50,6 +51,8 @@ struct RequestHandler::Command {
     };
     KavroError (RequestHandler::*run)(Request &);
     Access access;
+    //! Changes (every command that writes) are written to the audit trail.
+    bool changes() const { return access != Read; }
 };
 
 namespace
@@ -143,6 +146,41 @@ bool isRegularFileOfGroup(const StorePaths &paths, const FileGroupData &group, c
 {
     const FileDescriptor directory = openGroupDirectory(paths, group.getPath());
     return directory.isValid() && entryType(directory.get(), name) == EntryType::RegularFile;
+}
+// What an audit line names of a request: what it acts on, in this order.
+const char *const s_auditedValues[] = {"Guid",          "FileId",      "FileName",    "UserName", "WriteLock",
+                                       "ShallowDelete", "Application", "ConverterId", "Path"};
+constexpr int s_auditedValueLength = 256;
+
+QString auditValue(const QString &value)
+{
+    QString quoted = value.left(s_auditedValueLength);
+    quoted.replace(QLatin1Char('\\'), QLatin1String("\\\\")).replace(QLatin1Char('"'), QLatin1String("\\\""));
+    return QLatin1Char('"') + quoted
+        + (value.size() > s_auditedValueLength ? QLatin1String("...\"") : QLatin1String("\""));
+}
+
+/*!
+ * One line of the audit trail: when, from where, who (proved, or "unauthenticated"), what on what, and how it
+ * ended, e.g. 2026-11-25T09:04:17.120Z 10.0.0.7:40312 alice CloseFile Guid="..." FileId="1" -> 0 No error.
+ */
+QString auditLine(const SoapMessage &request, const SoapMessage &reply, const Caller &caller)
+{
+    QString line = QStringLiteral("audit %1 %2 %3 %4")
+                       .arg(QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs), caller.peer,
+                            caller.user.isEmpty() ? QStringLiteral("unauthenticated") : caller.user, request.element);
+    for (const char *name : s_auditedValues) {
+        const QString key = QLatin1String(name);
+        // A new group's guid is the reply's.
+        QStringList values = request.lists.value(key);
+        if (const QString value = request.text(key).isEmpty() ? reply.text(key) : request.text(key); !value.isEmpty())
+            values.prepend(value);
+        if (!values.isEmpty())
+            line += QLatin1Char(' ') + key + QLatin1Char('=') + auditValue(values.join(QLatin1Char(',')));
+    }
+    return line
+        + QStringLiteral(" -> %1 %2")
+              .arg(reply.text(QStringLiteral("Error")), reply.text(QStringLiteral("ErrorString")));
 }
 } // namespace
 
@@ -251,7 +289,26 @@ QString RequestHandler::invalidValue(SoapMessage &request) const
     return QString();
 }
 
-std::optional<SoapMessage> RequestHandler::handle(const SoapMessage &received, ConnectionId origin)
+KavroError RequestHandler::refusedUser(const SoapMessage &request, const Caller &caller)
+{
+    const QString named = request.text(QStringLiteral("UserName"));
+    if (caller.user.isEmpty() || caller.administrator || named == caller.user
+        || !request.values.contains(QStringLiteral("UserName")))
+        return NoError;
+    const bool reading =
+        request.element == QLatin1String("RequestFile") && !request.boolean(QStringLiteral("WriteLock"));
+    return reading ? ErrorNoReadPermission : ErrorNoWritePermission;
+}
+
+KavroError RequestHandler::refusedDeletion(Request &request, const FileGroupData &group)
+{
+    const Caller &caller = request.caller;
+    if (caller.user.isEmpty() || caller.administrator || group.getCreator() == caller.user)
+        return NoError;
+    return ErrorNoWritePermission;
+}
+
+std::optional<SoapMessage> RequestHandler::handle(const SoapMessage &received, const Caller &caller)
 {
     SoapMessage reply = SoapMessage::replyTo(received);
     if (!received.readError.isEmpty()) {
@@ -269,21 +326,25 @@ std::optional<SoapMessage> RequestHandler::handle(const SoapMessage &received, C
         return reply;
     }
 
-    Request call{request, reply, origin};
+    Request call{request, reply, caller};
     const auto run = [&] {
         return (this->*command->run)(call);
     };
-    const KavroError error = command->access == Command::Own
-        ? run()
-        : m_store.inTransaction(
-            run, command->access == Command::Read ? ArchiveStore::Access::Read : ArchiveStore::Access::Write);
+    KavroError error = refusedUser(request, caller);
+    if (error == NoError)
+        error = command->access == Command::Own
+            ? run()
+            : m_store.inTransaction(
+                run, command->access == Command::Read ? ArchiveStore::Access::Read : ArchiveStore::Access::Write);
     for (const auto &step : error == NoError ? call.committed : call.undo)
         step();
     m_store.noteUser(call.user);
     m_store.noteApplication(call.application);
+    reply.setError(error, call.errorText.isEmpty() ? KavroErrorString::Get(error) : call.errorText);
+    if (command->changes())
+        logLine(auditLine(request, reply, caller));
     if (request.element == QLatin1String("ConvertFileGroupReply"))
         return std::nullopt;
-    reply.setError(error, call.errorText.isEmpty() ? KavroErrorString::Get(error) : call.errorText);
     return reply;
 }
 
@@ -369,6 +430,8 @@ KavroError RequestHandler::deleteFileGroup(Request &request)
 {
     FileGroupData group;
     KavroError error = groupForChange(request, &group);
+    if (error == NoError)
+        error = refusedDeletion(request, group);
     const bool deep = !request.in.boolean(QStringLiteral("ShallowDelete"));
     if (error == NoError && deep && isTampered(m_paths, group.getPath()))
         return request.fail(ErrorDeleteFileGroup,
@@ -450,6 +513,8 @@ KavroError RequestHandler::deleteFile(Request &request)
     QString name;
     KavroError error = groupForChange(request, &group);
     if (error == NoError)
+        error = refusedDeletion(request, group);
+    if (error == NoError)
         error = m_store.fileName(group.getGuid(), request.fileId(), &name);
     if (error == NoError && isTampered(m_paths, group.getPath()))
         error = request.fail(ErrorRemoveFile,
@@ -508,7 +573,7 @@ KavroError RequestHandler::moveToNas(Request &request)
     error = m_store.setLocationState(group.getGuid(), LocationCentralNotMoved, 0);
     if (error == NoError && m_events) {
         request.committed.append(
-            [events = m_events, origin = request.origin, id = request.in.requestId, guid = group.getGuid()] {
+            [events = m_events, origin = request.caller.connection, id = request.in.requestId, guid = group.getGuid()] {
                 events->startMove(origin, id, guid);
             });
     }
@@ -530,7 +595,11 @@ KavroError RequestHandler::removeReference(Request &request)
 
 KavroError RequestHandler::removeAllReferences(Request &request)
 {
-    return m_store.removeAllReferences(request.guid(), request.text("Application"));
+    FileGroupData group;
+    KavroError error = m_store.fileGroup(request.guid(), &group);
+    if (error == NoError)
+        error = refusedDeletion(request, group);
+    return error == NoError ? m_store.removeAllReferences(request.guid(), request.text("Application")) : error;
 }
 
 // Lists and queries
@@ -586,7 +655,7 @@ KavroError RequestHandler::importArchive(Request &request)
 KavroError RequestHandler::registerConverter(Request &request)
 {
     if (m_events)
-        m_events->registerConverter(request.origin, request.text("ConverterId"),
+        m_events->registerConverter(request.caller, request.text("ConverterId"),
                                     fileTypes(request.in.lists.value(QStringLiteral("FileType"))));
     return NoError;
 }
@@ -596,7 +665,7 @@ KavroError RequestHandler::convertFileGroupAnswered(Request &request)
 {
     const bool converted = request.in.error == NoError;
     LocationState state = LocationUndefined;
-    if (!m_events || !m_events->answersConversion(request.origin, request.guid(), converted)
+    if (!m_events || !m_events->answersConversion(request.caller.connection, request.guid(), converted)
         || m_store.locationState(request.guid(), &state, nullptr) != NoError || state != LocationCentralNotConverted)
         return ErrorNoWritePermission;
     // After an error the group stays waiting for its conversion.

@@ -20,6 +20,16 @@ struct StorePaths;
 //! Names a connection to the server for as long as it lives; 0 names none.
 using ConnectionId = quint64;
 
+//! Who sends a request: the connection, where it comes from, and whom its certificate proves.
+struct Caller {
+    ConnectionId connection = 0;
+    QString peer;
+    //! The common name of the client's certificate; empty where the server asks for none.
+    QString user;
+    //! May act for other users: release their locks, delete their groups.
+    bool administrator = false;
+};
+
 /*!
  * \brief What a request sets going beyond its own reply, on the live server:
  * converters and moves, which belong to connections. Called from the threads
@@ -29,7 +39,7 @@ class ServerEvents
 {
 public:
     virtual ~ServerEvents() = default;
-    virtual void registerConverter(ConnectionId origin, const QString &converterId, const QList<FileType> &types) = 0;
+    virtual void registerConverter(const Caller &caller, const QString &converterId, const QList<FileType> &types) = 0;
     virtual bool hasConverter(FileType type) const = 0;
     //! Sends "ConvertFileGroup" to a converter of \a type, which alone may answer it.
     virtual void requestConversion(const QString &guid, FileType type, const QString &path) = 0;
@@ -51,6 +61,10 @@ public:
  * reply is returned; work on files that must not hold the database up
  * (copies) runs outside it. One handler serves one thread, with that
  * thread's store.
+ *
+ * Where the caller's user is proved, a request may name no other user and
+ * may delete only what that user created, unless the caller is an
+ * administrator. Every change is written to the log as one audit line.
  */
 class RequestHandler
 {
@@ -62,8 +76,8 @@ public:
     RequestHandler(ArchiveStore &store, const StorePaths &paths, const ServerLimits &limits, ServerEvents *events,
                    std::function<bool()> stop = {});
 
-    //! The reply to \a request from \a origin; none for a document that gets no reply.
-    std::optional<SoapMessage> handle(const SoapMessage &request, ConnectionId origin);
+    //! The reply to \a request from \a caller; none for a document that gets no reply.
+    std::optional<SoapMessage> handle(const SoapMessage &request, const Caller &caller);
 
     //! True for the commands whose work may take long: they run apart from the quick ones.
     static bool runsInBackground(const QString &command);
@@ -74,6 +88,10 @@ private:
     static const QHash<QString, Command> &commands();
 
     QString invalidValue(SoapMessage &request) const;
+    //! ErrorNoWritePermission (ErrorNoReadPermission for a read lock) when \a request names a user it may not.
+    static KavroError refusedUser(const SoapMessage &request, const Caller &caller);
+    //! ErrorNoWritePermission when the caller may not delete from \a group.
+    static KavroError refusedDeletion(Request &request, const FileGroupData &group);
 
     KavroError createFileGroup(Request &request);
     KavroError createRovecFileGroup(Request &request);

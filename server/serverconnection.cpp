@@ -8,7 +8,7 @@
 
 #include <kavro/kavroerrorstring.h>
 
-#include <QTcpSocket>
+#include <QSslSocket>
 
 namespace Kavro::Server
 {
@@ -17,6 +17,20 @@ namespace
 {
 // What the socket itself takes from the network ahead of the separator.
 constexpr qint64 s_socketReadBuffer = 64 << 10;
+
+// A TLS ClientHello: a handshake record (0x16, version 3.x, its length) that begins with a ClientHello (1) as long as
+// the record less the hello's own 4-byte header. No request of the protocol begins so.
+bool isTlsClientHello(const QByteArray &head)
+{
+    if (head.size() < 9)
+        return false;
+    const auto byte = [&head](int i) {
+        return int(quint8(head.at(i)));
+    };
+    const int recordLength = byte(3) << 8 | byte(4);
+    const int helloLength = byte(6) << 16 | byte(7) << 8 | byte(8);
+    return byte(0) == 0x16 && byte(1) == 0x03 && byte(5) == 0x01 && helloLength == recordLength - 4;
+}
 } // namespace
 
 ServerConnection::ServerConnection(QTcpSocket *socket, ArchiveServer *server, ConnectionId id,
@@ -30,6 +44,14 @@ ServerConnection::ServerConnection(QTcpSocket *socket, ArchiveServer *server, Co
 {
     socket->setParent(this);
     socket->setReadBufferSize(s_socketReadBuffer);
+    auto *ssl = qobject_cast<QSslSocket *>(socket);
+    if (ssl) {
+        connect(ssl, &QSslSocket::encrypted, this, &ServerConnection::encrypted);
+        connect(ssl, &QSslSocket::errorOccurred, this, &ServerConnection::failed);
+    } else {
+        // Ahead of the separator, which would take a handshake for a length.
+        connect(socket, &QIODevice::readyRead, this, &ServerConnection::refuseUnexpectedHandshake);
+    }
     m_separator = new XmlSeparator(socket, XmlSeparator::AutoDetect, this);
     m_separator->setMaxMessageSize(m_limits.maxRequestSize);
     // Plain XML by its first character, else a little-endian length unless only a big-endian one fits.
@@ -54,12 +76,54 @@ ServerConnection::ServerConnection(QTcpSocket *socket, ArchiveServer *server, Co
         m_socket->disconnectFromHost();
     });
     connect(socket, &QTcpSocket::bytesWritten, this, &ServerConnection::readOn);
-    connect(socket, &QTcpSocket::disconnected, this, [this] {
-        m_server->connectionClosed(this);
-    });
+    connect(socket, &QTcpSocket::disconnected, this, &ServerConnection::closed);
     m_deadline.setSingleShot(true);
     connect(&m_deadline, &QTimer::timeout, this, &ServerConnection::deadlinePassed);
+    // The handshake counts as part of the wait for the first request.
     m_deadline.start(m_limits.idleTimeoutMs);
+    if (ssl)
+        ssl->startServerEncryption();
+}
+
+void ServerConnection::encrypted()
+{
+    auto *ssl = static_cast<QSslSocket *>(m_socket);
+    if (ssl->peerVerifyMode() != QSslSocket::VerifyPeer)
+        return;
+    m_user = ssl->peerCertificate().subjectInfo(QSslCertificate::CommonName).value(0);
+    if (m_user.isEmpty()) {
+        logLine(QStringLiteral("%1: its certificate names no user (common name); closing the connection").arg(m_peer));
+        m_socket->abort();
+    }
+}
+
+void ServerConnection::failed(QAbstractSocket::SocketError error)
+{
+    auto *ssl = static_cast<QSslSocket *>(m_socket);
+    if (ssl->isEncrypted() || error == QAbstractSocket::RemoteHostClosedError)
+        return;
+    logLine(
+        QStringLiteral("%1: TLS handshake failed (%2); closing the connection").arg(m_peer, m_socket->errorString()));
+    m_socket->abort();
+    // A socket that never counted as connected does not say that it is gone.
+    if (m_socket->state() == QAbstractSocket::UnconnectedState)
+        closed();
+}
+
+void ServerConnection::refuseUnexpectedHandshake()
+{
+    disconnect(m_socket, &QIODevice::readyRead, this, &ServerConnection::refuseUnexpectedHandshake);
+    if (!isTlsClientHello(m_socket->peek(9)))
+        return;
+    logLine(
+        QStringLiteral("%1: sent a TLS handshake, but this server serves no TLS; closing the connection").arg(m_peer));
+    m_socket->abort();
+}
+
+void ServerConnection::closed()
+{
+    if (!std::exchange(m_closed, true))
+        m_server->connectionClosed(this);
 }
 
 ServerConnection::~ServerConnection() = default;

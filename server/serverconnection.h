@@ -6,6 +6,7 @@
 #include "requesthandler.h"
 #include "serverlimits.h"
 
+#include <QAbstractSocket>
 #include <QObject>
 #include <QTimer>
 
@@ -32,6 +33,10 @@ class ArchiveServer;
  * their bound or the server's memory for requests is spent, nothing more is
  * read, so a client that sends faster than it reads slows down only itself.
  * A connection that sends no whole request in time is closed.
+ *
+ * Over TLS the connection's documents are read once the handshake is done;
+ * where the server asks for client certificates, user() is the common name
+ * of the client's, and a certificate that names nobody ends the connection.
  */
 class ServerConnection : public QObject
 {
@@ -43,6 +48,8 @@ public:
 
     ConnectionId id() const { return m_id; }
     QString peer() const { return m_peer; }
+    //! The user the client's certificate proves; empty where the server asks for none.
+    QString user() const { return m_user; }
     //! Writes a framed document: a reply or a message of the server's own.
     void send(const QByteArray &document);
     //! The reply to the request being answered (empty for none); the next request may follow.
@@ -62,6 +69,11 @@ private:
     void reportMemory();
     void watchDeadline();
     void deadlinePassed();
+    void encrypted();
+    void failed(QAbstractSocket::SocketError error);
+    //! Refuses a TLS handshake sent to this connection, which serves no TLS.
+    void refuseUnexpectedHandshake();
+    void closed();
 
     QTcpSocket *const m_socket;
     XmlSeparator *m_separator = nullptr;
@@ -69,6 +81,8 @@ private:
     const ConnectionId m_id;
     const ServerLimits m_limits;
     const QString m_peer;
+    QString m_user;
+    bool m_closed = false;
     QTimer m_deadline;
     qint64 m_requestSize = 0; // of the request being answered
     bool m_answering = false;

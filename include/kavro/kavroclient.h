@@ -14,7 +14,10 @@
 
 #include <memory>
 
+QT_BEGIN_NAMESPACE
+class QSslConfiguration;
 class QWidget;
+QT_END_NAMESPACE
 
 namespace Kavro
 {
@@ -29,7 +32,9 @@ class KavroClientPrivate;
  * and port, whether times are shown in UTC, the compression rate), connects
  * on a thread of its own and keeps reconnecting while the server is away. It
  * counts as connected once the server has told it its storage directory; then
- * connected() is emitted.
+ * connected() is emitted. The connection is encrypted by TLS when the
+ * configuration says so ("UseTls", "TlsCaCertificates", "TlsCertificate",
+ * "TlsKey") or setSslConfiguration() is called.
  *
  * Every operation has a form ending in \c Request that returns a KavroReply:
  * it emits finished() exactly once, whatever happens, and holds the typed
@@ -114,6 +119,28 @@ public:
      * when the client is being destroyed.
      */
     bool waitForConnected(int msecs = 30000);
+    /*!
+     * Encrypts the connection by TLS with \a configuration, instead of as the
+     * configuration file says; a null configuration switches TLS off. A
+     * connection that is up or being made is made again at once, so call it
+     * right after construction. The server's certificate is verified as
+     * \a configuration says (QSslSocket::VerifyPeer by default); the user
+     * this client names must be the common name of the client certificate
+     * where the server asks for one.
+     */
+    void setSslConfiguration(const QSslConfiguration &configuration);
+    //! The TLS configuration in force: setSslConfiguration()'s, else the configuration file's; null without TLS or a
+    //! server.
+    QSslConfiguration sslConfiguration() const;
+    /*!
+     * A TLS configuration that trusts the CA certificates in the PEM file
+     * \a caCertificates (the system's when empty) and presents the
+     * certificate in \a certificate with the unencrypted key in \a key
+     * (neither when both are empty). A null configuration, with \a error
+     * saying why, when a file cannot be used.
+     */
+    static QSslConfiguration sslConfigurationFromFiles(const QString &caCertificates, const QString &certificate,
+                                                       const QString &key, QString *error = nullptr);
     void SetUser(const QString &user);
     void SetApplication(const QString &application);
     void SetTeamMembership(const QString &team);

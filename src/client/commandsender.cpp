@@ -6,6 +6,7 @@
 
 #include "commandsendersocket_p.h"
 #include "messages_p.h"
+#include "settings_p.h"
 #include "soapmessage_p.h"
 #include "trace_p.h"
 
@@ -281,6 +282,30 @@ void CommandSender::repliesDelivered(qint64 bytes)
     m_undeliveredBytes -= bytes;
 }
 
+void CommandSender::setSslConfiguration(const QSslConfiguration &configuration)
+{
+    const TlsSetup setup = TlsSetup::fromConfiguration(configuration);
+    {
+        const QMutexLocker locker(&m_identityMutex);
+        m_tls = setup;
+    }
+    // Before start() the socket takes it as it is made.
+    QMetaObject::invokeMethod(this, [this, setup] {
+        if (CommandSenderSocket *socket = m_socket.load())
+            socket->setTls(setup);
+    });
+}
+
+QSslConfiguration CommandSender::sslConfiguration() const
+{
+    {
+        const QMutexLocker locker(&m_identityMutex);
+        if (m_tls)
+            return m_tls->configuration;
+    }
+    return TlsSetup::fromSettings(Settings(Settings::kavroSection())).configuration;
+}
+
 void CommandSender::start()
 {
     // The connection is made once; a second start would only repeat it.
@@ -290,6 +315,11 @@ void CommandSender::start()
     socket->setParent(this);
     socket->setReplyTimeout(m_replyTimeout);
     socket->setUnsolicitedFilter(isUnsolicitedMessage);
+    {
+        const QMutexLocker locker(&m_identityMutex);
+        if (m_tls)
+            socket->setTls(*m_tls);
+    }
     connect(socket, &CommandSenderSocket::si_newMessage, this, &CommandSender::SlotHandleXmlReply);
     connect(socket, &CommandSenderSocket::si_connected, this, &CommandSender::SlotConnected);
     connect(socket, &CommandSenderSocket::si_disconnected, this, &CommandSender::SlotDisconnected);
@@ -349,6 +379,10 @@ void CommandSender::socketFailed(QAbstractSocket::SocketError error, const QStri
     if (m_connected.load())
         return; // a lost connection is reported once it is gone
     setState(KavroClient::Unconnected);
+    if (const QString channelText = channelFailureText(error, text); !channelText.isEmpty()) {
+        reportConnectionFailure(ErrorNotConnected, channelText);
+        return;
+    }
     switch (error) {
     case QAbstractSocket::ConnectionRefusedError:
         reportConnectionFailure(
@@ -366,6 +400,31 @@ void CommandSender::socketFailed(QAbstractSocket::SocketError error, const QStri
                                 QStringLiteral("cannot reach the archive server at %1: %2").arg(serverName(), text));
         break;
     }
+}
+
+// A connection that broke after it was made, but before the server answered, was ended by the server: over TLS it
+// did not accept this client's certificate (or the handshake failed), without TLS the server may want TLS.
+QString CommandSender::channelFailureText(QAbstractSocket::SocketError error, const QString &text) const
+{
+    const CommandSenderSocket *socket = m_socket.load();
+    if (error == QAbstractSocket::SslInvalidUserDataError)
+        return text;
+    if (!socket->usesTls()) {
+        if (error != QAbstractSocket::RemoteHostClosedError)
+            return QString();
+        return QStringLiteral("the archive server at %1 closed the connection before answering; does it require "
+                              "TLS (UseTls and TlsCaCertificates in [KAVRO])?")
+            .arg(serverName());
+    }
+    if (socket->isEncrypted())
+        return QStringLiteral("the archive server at %1 refused the TLS connection: %2; it requires a client "
+                              "certificate signed by a CA it trusts (TlsCertificate and TlsKey in [KAVRO])")
+            .arg(serverName(), text);
+    if (error == QAbstractSocket::ConnectionRefusedError || error == QAbstractSocket::HostNotFoundError)
+        return QString();
+    return QStringLiteral("the TLS handshake with the archive server at %1 failed: %2; does the server serve TLS, "
+                          "and does TlsCaCertificates in [KAVRO] name the CA that signed its certificate?")
+        .arg(serverName(), text);
 }
 
 void CommandSender::messageRefused(qint64 size)

@@ -8,6 +8,7 @@
 #include <kavro/kavrotypes.h>
 
 #include "soapmessage_p.h"
+#include "tlssetup_p.h"
 
 #include <QAbstractSocket>
 #include <QHash>
@@ -18,6 +19,7 @@
 
 #include <atomic>
 #include <functional>
+#include <optional>
 
 QT_BEGIN_NAMESPACE
 class QTimer;
@@ -136,6 +138,14 @@ public:
     void setListenerCheck(std::function<bool(const QMetaMethod &replySignal)> check);
     //! The receiver of repliesAnnounced() has handed on replies of \a bytes; thread-safe.
     void repliesDelivered(qint64 bytes);
+    /*!
+     * Encrypts the connection with \a configuration from now on (a null one:
+     * not at all) instead of as the settings say; thread-safe. A connection
+     * that is up or being made is made again.
+     */
+    void setSslConfiguration(const QSslConfiguration &configuration);
+    //! The configuration set by setSslConfiguration(), else the settings' (null without TLS).
+    QSslConfiguration sslConfiguration() const;
 
     bool CheckIsConnected();
 
@@ -279,6 +289,8 @@ private:
     //! The peer answered the first request with something other than the protocol: reconnect later.
     void refusePeer(const QString &detail);
     QString serverName() const;
+    //! What a failure before the server first answered means, when the channel explains it.
+    QString channelFailureText(QAbstractSocket::SocketError error, const QString &text) const;
 
     //! The dispatcher's own waiter for asynchronous requests: it announces their failures.
     class FailureAnnouncer : public RequestWaiter
@@ -302,6 +314,7 @@ private:
     QString m_application;
     QString m_user;
     QString m_team;
+    std::optional<TlsSetup> m_tls; // set by code, overriding the settings; under m_identityMutex
     std::atomic<CommandSenderSocket *> m_socket{nullptr};
     QTimer *m_checkTimer = nullptr;
     int m_checkInterval = defaultCheckInterval;

@@ -764,6 +764,26 @@ bool KavroClient::waitForConnected(int msecs)
     return d->waitForConnected(msecs < 0 ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(msecs));
 }
 
+void KavroClient::setSslConfiguration(const QSslConfiguration &configuration)
+{
+    if (d->sender)
+        d->sender->setSslConfiguration(configuration);
+}
+
+QSslConfiguration KavroClient::sslConfiguration() const
+{
+    return d->sender ? d->sender->sslConfiguration() : QSslConfiguration();
+}
+
+QSslConfiguration KavroClient::sslConfigurationFromFiles(const QString &caCertificates, const QString &certificate,
+                                                         const QString &key, QString *error)
+{
+    const TlsSetup setup = TlsSetup::fromFiles(caCertificates, certificate, key);
+    if (error)
+        *error = setup.problem;
+    return setup.problem.isEmpty() ? setup.configuration : QSslConfiguration();
+}
+
 void KavroClient::Reconnect()
 {
 }

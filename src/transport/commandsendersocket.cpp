@@ -9,7 +9,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QHostAddress>
-#include <QTcpSocket>
+#include <QSslSocket>
 #include <QThread>
 #include <QTimer>
 
@@ -38,6 +38,7 @@ CommandSenderSocket::CommandSenderSocket(const QString &host, quint16 port)
     const Settings settings(Settings::kavroSection());
     m_reconnectInterval = settings.intValue(QStringLiteral("ReconnectIntervalMs"), defaultReconnectInterval);
     m_maxMessageSize = settings.intValue(QStringLiteral("MaxMessageSize"), XmlSeparator::defaultMaxMessageSize);
+    m_tls = TlsSetup::fromSettings(settings);
     openMessageLog();
     QMetaObject::invokeMethod(this, "sl_connect", Qt::QueuedConnection);
 }
@@ -70,6 +71,17 @@ bool CommandSenderSocket::isLogging() const
     return m_logEnabled;
 }
 
+bool CommandSenderSocket::usesTls() const
+{
+    return m_tls.enabled;
+}
+
+bool CommandSenderSocket::isEncrypted() const
+{
+    const auto *ssl = qobject_cast<const QSslSocket *>(m_socket);
+    return ssl && ssl->isEncrypted();
+}
+
 void CommandSenderSocket::setReconnectInterval(int milliseconds)
 {
     m_reconnectInterval = milliseconds;
@@ -85,6 +97,15 @@ void CommandSenderSocket::setReplyTimeout(int milliseconds)
 void CommandSenderSocket::setUnsolicitedFilter(UnsolicitedFilter filter)
 {
     m_unsolicited = std::move(filter);
+}
+
+void CommandSenderSocket::setTls(const TlsSetup &setup)
+{
+    m_tls = setup;
+    if (!m_socket)
+        return;
+    tearDown();
+    sl_connect();
 }
 
 void CommandSenderSocket::openMessageLog()
@@ -132,16 +153,20 @@ void CommandSenderSocket::sl_connect()
     }
     m_reconnectTimer->stop();
 
-    if (!m_socket) {
-        m_socket = new QTcpSocket(this);
-        connect(m_socket, &QTcpSocket::connected, this, &CommandSenderSocket::sl_connected);
-        connect(m_socket, &QTcpSocket::disconnected, this, &CommandSenderSocket::sl_disconnected);
-        connect(m_socket, &QTcpSocket::errorOccurred, this, &CommandSenderSocket::sl_handleTcpError);
-        connect(m_socket, &QTcpSocket::stateChanged, this, &CommandSenderSocket::sl_stateChanged);
+    if (!m_tls.problem.isEmpty()) {
+        // Settings that cannot be used fail every attempt, before the network is touched.
+        Q_EMIT si_socketError(QAbstractSocket::SslInvalidUserDataError, m_tls.problem);
+        startReconnectTimer();
+        return;
     }
+    if (!m_socket)
+        createSocket();
     ++m_connectAttempts;
     Q_EMIT si_connecting();
-    m_socket->connectToHost(m_host, m_port, QIODevice::ReadWrite);
+    if (auto *ssl = qobject_cast<QSslSocket *>(m_socket))
+        ssl->connectToHostEncrypted(m_host, m_port, QIODevice::ReadWrite);
+    else
+        m_socket->connectToHost(m_host, m_port, QIODevice::ReadWrite);
     if (!m_socket) {
         // An error signalled during the call has torn the socket down already.
         KAVRO_TRACE_INFO(QStringLiteral("Probably you're trying to connect to the wrong host (%1) and port (%2)")
@@ -162,6 +187,40 @@ void CommandSenderSocket::sl_connect()
     connect(m_separator, &XmlSeparator::messageTooLarge, this, &CommandSenderSocket::messageTooLarge);
 }
 
+// A TLS connection counts as made once its handshake has verified the server, and the handshake must finish
+// in the time a reply may take.
+void CommandSenderSocket::createSocket()
+{
+    if (!m_tls.enabled) {
+        m_socket = new QTcpSocket(this);
+        connect(m_socket, &QTcpSocket::connected, this, &CommandSenderSocket::sl_connected);
+    } else {
+        auto *ssl = new QSslSocket(this);
+        ssl->setSslConfiguration(m_tls.configuration);
+        connect(ssl, &QSslSocket::encrypted, this, &CommandSenderSocket::sl_connected);
+        connect(ssl, &QSslSocket::connected, this, [this] {
+            if (m_replyTimeout > 0)
+                QTimer::singleShot(m_replyTimeout, m_socket, [this, attempt = m_connectAttempts] {
+                    handshakeOverdue(attempt);
+                });
+        });
+        m_socket = ssl;
+    }
+    connect(m_socket, &QTcpSocket::disconnected, this, &CommandSenderSocket::sl_disconnected);
+    connect(m_socket, &QTcpSocket::errorOccurred, this, &CommandSenderSocket::sl_handleTcpError);
+    connect(m_socket, &QTcpSocket::stateChanged, this, &CommandSenderSocket::sl_stateChanged);
+}
+
+void CommandSenderSocket::handshakeOverdue(int attempt)
+{
+    if (attempt != m_connectAttempts || isEncrypted())
+        return;
+    const QString text = QStringLiteral("no TLS handshake within %1 ms").arg(m_replyTimeout);
+    KAVRO_TRACE_WARNING(QStringLiteral("CommandSender::HandleTcpError: %1").arg(text));
+    Q_EMIT si_socketError(QAbstractSocket::SslHandshakeFailedError, text);
+    tearDown();
+}
+
 void CommandSenderSocket::sl_connected()
 {
     setConnected(true);
@@ -171,7 +230,9 @@ void CommandSenderSocket::sl_connected()
 
 void CommandSenderSocket::sl_stateChanged(QAbstractSocket::SocketState state)
 {
-    setConnected(m_socket && m_socket->isValid() && state == QAbstractSocket::ConnectedState);
+    // Over TLS the connection is made once the handshake is, whatever the state of the socket underneath.
+    setConnected(m_socket && m_socket->isValid() && state == QAbstractSocket::ConnectedState
+                 && (!m_tls.enabled || isEncrypted()));
 }
 
 void CommandSenderSocket::sl_disconnected()

@@ -10,6 +10,8 @@
 #include <QObject>
 #include <QQueue>
 
+#include "tlssetup_p.h"
+
 #include <atomic>
 #include <functional>
 
@@ -40,6 +42,10 @@ class XmlSeparator;
  * no frame is cut while the previous one still waits to be announced, so a
  * peer that sends faster than its messages are handled is held back by TCP.
  *
+ * With TLS (the settings, or setTls()) the connection counts as made once
+ * the handshake has verified the server; a handshake that does not finish
+ * within the reply timeout fails the attempt.
+ *
  * The object lives on its owner's thread and is reached there; isConnected()
  * may be read from any thread.
  */
@@ -66,12 +72,21 @@ public:
     //! How often sl_connect() has started a connection attempt.
     int connectAttempts() const;
     bool isLogging() const;
+    bool usesTls() const;
+    //! True once the TLS handshake of the current connection has finished.
+    bool isEncrypted() const;
 
     //! Milliseconds between connection attempts; set before the object moves to its thread.
     void setReconnectInterval(int milliseconds);
     //! Milliseconds a reply may take before the connection is re-established; 0 (or less) waits for ever.
     void setReplyTimeout(int milliseconds);
     void setUnsolicitedFilter(UnsolicitedFilter filter);
+    /*!
+     * Encrypts the connection as \a setup says, instead of as the settings
+     * do; on the socket's thread. A connection that is up or being made is
+     * made again at once.
+     */
+    void setTls(const TlsSetup &setup);
 
     /*!
      * Sends the request \a requestId, or queues it; may be called from any
@@ -127,6 +142,7 @@ public Q_SLOTS:
 private Q_SLOTS:
     void replyOverdue();
     void messageTooLarge(qint64 size);
+    void handshakeOverdue(int attempt);
 
 private:
     void openMessageLog();
@@ -136,6 +152,7 @@ private:
     void setConnected(bool connected);
     void sendNextPending();
     void put(const QString &requestId, const QByteArray &message);
+    void createSocket();
 
     struct Request {
         QString id;
@@ -160,6 +177,7 @@ private:
     int m_reconnectInterval = defaultReconnectInterval;
     int m_replyTimeout = defaultReplyTimeout;
     qint64 m_maxMessageSize;
+    TlsSetup m_tls;
 };
 
 } // namespace Kavro

@@ -115,7 +115,7 @@ void tst_RequestHandler::initTestCase()
 SoapMessage tst_RequestHandler::replyTo(const QByteArray &document)
 {
     RequestHandler handler(*m_store, m_paths, m_limits, nullptr);
-    const std::optional<SoapMessage> reply = handler.handle(readSoapMessage(document, SoapSender::Client), 0);
+    const std::optional<SoapMessage> reply = handler.handle(readSoapMessage(document, SoapSender::Client), Caller{});
     return reply.value_or(SoapMessage());
 }
 
