@@ -22,6 +22,7 @@ packages=(
     fonts-dejavu-core   # text in the rendered dialogs
     libqt6sql6-sqlite   # the reference server's database driver
     zlib1g-dev
+    openssl             # certificates for the TLS tests and the demonstration
 )
 if [ "${1:-}" = "--bench" ]; then
     packages+=(
