@@ -316,9 +316,10 @@ int main(int argc, char *argv[])
         logLine(QStringLiteral("cannot listen on %1: %2").arg(parser.value(listen), server.errorString()));
         return 1;
     }
+    // Stopping cleanly is possible from the moment the port is told.
+    quitOnSignals(app);
     std::printf("%u\n", unsigned(server.port()));
     std::fflush(stdout);
-    quitOnSignals(app);
     const int status = app.exec();
     server.close();
     return status;

@@ -60,6 +60,14 @@ public:
         return true;
     }
 
+    //! Waits for the server to exit by itself; its exit code, or -1 when it did not in time.
+    int waitForExit()
+    {
+        const bool exited = (m_process.state() == QProcess::NotRunning || m_process.waitForFinished(20000))
+            && m_process.exitStatus() == QProcess::NormalExit;
+        return exited ? m_process.exitCode() : -1;
+    }
+
     quint16 port() const { return m_port; }
     bool isRunning() const { return m_process.state() == QProcess::Running; }
     qint64 processId() const { return m_process.processId(); }

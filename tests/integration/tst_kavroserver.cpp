@@ -3,6 +3,7 @@
 #include "kavroclient_p.h"
 #include "serverprocess.h"
 #include "temporarysettings.h"
+#include "testcertificates.h"
 #include "xmlseparator_p.h"
 
 #include <kavro/filequery.h>
@@ -10,8 +11,10 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QRegularExpression>
 #include <QSet>
 #include <QSignalSpy>
+#include <QSslConfiguration>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
@@ -151,11 +154,18 @@ private Q_SLOTS:
     void listsDuringLargeExport();
     void moveToNas();
     void replyObjects();
+    void tlsChannel_data();
+    void tlsChannel();
+    void provedUsers_data();
+    void provedUsers();
 
 private:
     bool startServer(const QStringList &extraArguments = QStringList());
     std::unique_ptr<KavroClient> connectClient(quint16 port, const QString &user,
                                                const QString &application = QStringLiteral("viewer"));
+    //! A client of \a user that proves itself with the certificate of that name.
+    std::unique_ptr<KavroClient> connectProvedClient(quint16 port, const QString &user);
+    void writeSettings(quint16 port, const QByteArray &moreLines = QByteArray());
 
     std::unique_ptr<TemporarySettings> m_settings;
     std::unique_ptr<QTemporaryDir> m_store;
@@ -166,11 +176,13 @@ private:
     std::unique_ptr<KavroClient> m_queryClient;
     QDateTime m_queryStart;
     QDateTime m_queryEnd;
+    TestCertificates m_certificates;
 };
 
 void tst_KavroServer::initTestCase()
 {
     m_settings = std::make_unique<TemporarySettings>(QByteArray(), true);
+    QVERIFY(m_certificates.make());
     QVERIFY(m_queryServer.start(m_queryStore.path()));
     m_queryClient = connectClient(m_queryServer.port(), QStringLiteral("alice"));
     QVERIFY(m_queryClient);
@@ -211,10 +223,7 @@ bool tst_KavroServer::startServer(const QStringList &extraArguments)
 std::unique_ptr<KavroClient> tst_KavroServer::connectClient(quint16 port, const QString &user,
                                                             const QString &application)
 {
-    // The connection settings are read when a client is made: each client takes its server's port.
-    m_settings->write("[KAVRO]\nServerHost=127.0.0.1\nXmlPort=" + QByteArray::number(port)
-                      + "\nReconnectIntervalMs=100\nReplyTimeoutMs=30000\n");
-    KavroClient::ClientConfig::instance().reload();
+    writeSettings(port);
     auto client = std::make_unique<KavroClient>();
     client->SetUser(user);
     client->SetApplication(application);
@@ -222,6 +231,26 @@ std::unique_ptr<KavroClient> tst_KavroServer::connectClient(quint16 port, const 
     if (!client->IsConnected() && !connected.wait(Timeout))
         return nullptr;
     return client;
+}
+
+// The connection settings are read when a client is made: each client takes its server's port.
+void tst_KavroServer::writeSettings(quint16 port, const QByteArray &moreLines)
+{
+    m_settings->write("[KAVRO]\nServerHost=127.0.0.1\nXmlPort=" + QByteArray::number(port)
+                      + "\nReconnectIntervalMs=100\nReplyTimeoutMs=30000\n" + moreLines);
+    KavroClient::ClientConfig::instance().reload();
+}
+
+std::unique_ptr<KavroClient> tst_KavroServer::connectProvedClient(quint16 port, const QString &user)
+{
+    writeSettings(port);
+    auto client = std::make_unique<KavroClient>();
+    QString error;
+    client->setSslConfiguration(KavroClient::sslConfigurationFromFiles(m_certificates.certificate(QStringLiteral("ca")),
+                                                                       m_certificates.certificate(user),
+                                                                       m_certificates.key(user), &error));
+    client->SetUser(user);
+    return error.isEmpty() && client->waitForConnected(Timeout) ? std::move(client) : nullptr;
 }
 
 void tst_KavroServer::fullSession_data()
@@ -723,6 +752,175 @@ void tst_KavroServer::replyObjects()
     QVERIFY(!refused->errorString().isEmpty());
     QVERIFY(!QFileInfo::exists(QDir(created->path()).filePath(QStringLiteral("../again"))));
     QCOMPARE(publicReplies.size(), 0);
+}
+
+void tst_KavroServer::tlsChannel_data()
+{
+    QTest::addColumn<QStringList>("serverArguments");
+    QTest::addColumn<QByteArray>("clientSettings"); // NAME is replaced by the certificates' directory
+    QTest::addColumn<QString>("failure"); // what errorOccurred says; empty: the client connects
+
+    const QStringList plain;
+    const QStringList encrypted = m_certificates.serverArguments(false);
+    const QStringList proving = m_certificates.serverArguments(true);
+    const QByteArray ca = "TlsCaCertificates=" + m_certificates.certificate(QStringLiteral("ca")).toUtf8() + '\n';
+    const auto user = [this](const char *name) -> QByteArray {
+        return "TlsCertificate=" + m_certificates.certificate(QLatin1String(name)).toUtf8()
+            + "\nTlsKey=" + m_certificates.key(QLatin1String(name)).toUtf8() + '\n';
+    };
+    const QByteArray otherCa =
+        "TlsCaCertificates=" + m_certificates.certificate(QStringLiteral("other-ca")).toUtf8() + '\n';
+    const QString handshakeFailed = QStringLiteral("the TLS handshake with the archive server at 127.0.0.1");
+
+    QTest::newRow("TLS without client certificates") << encrypted << ca << QString();
+    QTest::newRow("alice proved") << proving << ca + user("alice") << QString();
+    QTest::newRow("unverified server accepted by name") << encrypted << otherCa + "TlsAcceptUnverifiedServer=true\n"
+                                                        << QString();
+    QTest::newRow("plain client, TLS server") << encrypted << QByteArray() << QStringLiteral("does it require TLS");
+    QTest::newRow("TLS client, plain server") << plain << ca << handshakeFailed;
+    QTest::newRow("server of another CA") << encrypted << otherCa << handshakeFailed;
+    QTest::newRow("no client certificate") << proving << ca << QStringLiteral("refused the TLS connection");
+    QTest::newRow("client of another CA")
+        << proving << ca + user("mallory") << QStringLiteral("refused the TLS connection");
+    QTest::newRow("expired client certificate")
+        << proving << ca + user("expired") << QStringLiteral("refused the TLS connection");
+    QTest::newRow("unreadable key") << encrypted
+                                    << ca + "TlsCertificate="
+            + m_certificates.certificate(QStringLiteral("alice")).toUtf8() + "\nTlsKey=/nonexistent\n"
+                                    << QStringLiteral(
+                                           "the TLS settings in [KAVRO] cannot be used: cannot read /nonexistent");
+}
+
+// Each way the channel can fail is told at once in plain words, not as a timeout: the reply timeout is a minute,
+// longer than the test waits.
+void tst_KavroServer::tlsChannel()
+{
+    QFETCH(QStringList, serverArguments);
+    QFETCH(QByteArray, clientSettings);
+    QFETCH(QString, failure);
+    QVERIFY(startServer(serverArguments));
+    writeSettings(m_server->port(), clientSettings + "ReplyTimeoutMs=60000\n");
+    KavroClient client;
+    client.SetUser(QStringLiteral("alice"));
+    QSignalSpy failed(&client, &KavroClient::errorOccurred);
+    if (failure.isEmpty()) {
+        QVERIFY(client.waitForConnected(Timeout));
+        QCOMPARE(client.sslConfiguration().isNull(), false);
+        QCOMPARE(finished(client.CheckFileGroupExistsRequest(QStringLiteral("none")))->error(), NoError);
+        QCOMPARE(failed.size(), 0);
+        return;
+    }
+    QVERIFY(failed.wait(Timeout));
+    QVERIFY2(failed.first().at(1).toString().contains(failure), qPrintable(failed.first().at(1).toString()));
+    QCOMPARE(client.state(), KavroClient::Unconnected);
+    QVERIFY(!client.IsConnected());
+}
+
+enum class Action {
+    Create,
+    CreateRovec,
+    ReadLock,
+    WriteLock,
+    Release,
+    Move,
+    DeleteFile,
+    DeleteGroup,
+    RemoveReferences
+};
+Q_DECLARE_METATYPE(Action)
+
+void tst_KavroServer::provedUsers_data()
+{
+    QTest::addColumn<QString>("actor"); // whose certificate
+    QTest::addColumn<QString>("named"); // the user the request names
+    QTest::addColumn<Action>("action"); // on a group of alice's with one file, write-locked by her for Release
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<int>("error");
+    const QString alice = QStringLiteral("alice");
+    const QString bob = QStringLiteral("bob");
+    const QString admin = QStringLiteral("admin");
+
+    QTest::newRow("bob creates as alice")
+        << bob << alice << Action::Create << "CreateFileGroup" << int(ErrorNoWritePermission);
+    QTest::newRow("bob creates a rovec group as alice")
+        << bob << alice << Action::CreateRovec << "CreateRovecFileGroup" << int(ErrorNoWritePermission);
+    QTest::newRow("bob read-locks as alice")
+        << bob << alice << Action::ReadLock << "RequestFile" << int(ErrorNoReadPermission);
+    QTest::newRow("bob write-locks as alice")
+        << bob << alice << Action::WriteLock << "RequestFile" << int(ErrorNoWritePermission);
+    QTest::newRow("bob releases alice's lock")
+        << bob << alice << Action::Release << "CloseFile" << int(ErrorNoWritePermission);
+    QTest::newRow("bob moves as alice") << bob << alice << Action::Move << "MoveToNas" << int(ErrorNoWritePermission);
+    QTest::newRow("bob deletes alice's file")
+        << bob << bob << Action::DeleteFile << "DeleteFile" << int(ErrorNoWritePermission);
+    QTest::newRow("bob deletes alice's group")
+        << bob << bob << Action::DeleteGroup << "DeleteFileGroup" << int(ErrorNoWritePermission);
+    QTest::newRow("bob removes the references to alice's group")
+        << bob << bob << Action::RemoveReferences << "RemoveAllReferences" << int(ErrorNoWritePermission);
+    QTest::newRow("bob reads as himself") << bob << bob << Action::ReadLock << "RequestFile" << int(NoError);
+    QTest::newRow("alice releases her lock") << alice << alice << Action::Release << "CloseFile" << int(NoError);
+    QTest::newRow("alice deletes her group")
+        << alice << alice << Action::DeleteGroup << "DeleteFileGroup" << int(NoError);
+    QTest::newRow("the administrator releases alice's lock")
+        << admin << alice << Action::Release << "CloseFile" << int(NoError);
+    QTest::newRow("the administrator deletes alice's file")
+        << admin << admin << Action::DeleteFile << "DeleteFile" << int(NoError);
+    QTest::newRow("the administrator creates as alice")
+        << admin << alice << Action::Create << "CreateFileGroup" << int(NoError);
+}
+
+// With client certificates a request acts for the certificate's user alone, on what that user made; the
+// administrator acts for anyone. Each attempt leaves one line in the audit trail.
+void tst_KavroServer::provedUsers()
+{
+    QFETCH(QString, actor);
+    QFETCH(QString, named);
+    QFETCH(Action, action);
+    QFETCH(QString, command);
+    QFETCH(int, error);
+    QVERIFY(startServer(m_certificates.serverArguments()));
+    const auto alice = connectProvedClient(m_server->port(), QStringLiteral("alice"));
+    const auto client = connectProvedClient(m_server->port(), actor);
+    QVERIFY(alice && client);
+    const QString guid = createGroupWithFile(*alice, QStringLiteral("alice's"), FileTypeImage, "hers");
+    QVERIFY(!guid.isEmpty());
+    if (action == Action::Release)
+        QVERIFY(!alice->RequestFile(1, guid, LockWrite).isEmpty());
+
+    client->SetUser(named);
+    const auto act = [&]() -> KavroReply * {
+        switch (action) {
+        case Action::Create:
+            return client->CreateFileGroupRequest(QStringLiteral("1"), LifeCycleBase, QString(), QString(),
+                                                  FileTypeImage, 0, QStringLiteral("claimed"));
+        case Action::CreateRovec:
+            return client->CreateRovecFileGroupRequest(QStringLiteral("sub"), QStringLiteral("r1"),
+                                                       QStringLiteral("record"), QString(), QString(), named,
+                                                       FileTypeImage);
+        case Action::ReadLock:
+        case Action::WriteLock:
+            return client->RequestFileRequest(1, guid, action == Action::ReadLock ? LockRead : LockWrite);
+        case Action::Release:
+            return client->CloseFileRequest(1, guid);
+        case Action::Move:
+            return client->MoveToNasRequest(guid);
+        case Action::DeleteFile:
+            return client->DeleteFileNameRequest(1, guid);
+        case Action::DeleteGroup:
+            return client->DeleteFileGroupRequest(guid);
+        case Action::RemoveReferences:
+            return client->RemoveAllReferencesRequest(guid);
+        }
+        return nullptr;
+    };
+    const auto reply = finished(act());
+    QVERIFY(reply);
+    QCOMPARE(int(reply->error()), error);
+    const QRegularExpression audited(
+        QStringLiteral("audit \\S+ 127\\.0\\.0\\.1:\\d+ %1 %2 .*-> %3 ").arg(actor, command).arg(error));
+    QTRY_VERIFY_WITH_TIMEOUT(audited.match(QString::fromUtf8(m_server->errorOutput())).hasMatch(), Timeout);
+    if (action == Action::Release && error == NoError)
+        QCOMPARE(query(*alice, with(&FileQuery::SetLockUser, QStringLiteral("alice"))), QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_KavroServer)

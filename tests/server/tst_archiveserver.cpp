@@ -6,6 +6,7 @@
 #include "rawconnection.h"
 #include "serverprocess.h"
 #include "temporarysettings.h"
+#include "testcertificates.h"
 
 #include <kavro/filequery.h>
 #include <kavro/kavroclient.h>
@@ -15,6 +16,7 @@
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUuid>
@@ -128,6 +130,8 @@ private Q_SLOTS:
     void connectionsBounded();
     void interruptedMoveRolledBack();
     void checkAndRepair();
+    void commandLine_data();
+    void commandLine();
 
 private:
     using Attack = void (tst_ArchiveServer::*)();
@@ -169,6 +173,7 @@ private:
     std::unique_ptr<KavroClient> m_bystander; // bob, with a group of his own
     QString m_bystanderGroup;
     QString m_bystanderFile;
+    TestCertificates m_certificates;
 };
 
 void tst_ArchiveServer::initTestCase()
@@ -572,8 +577,53 @@ void tst_ArchiveServer::checkAndRepair()
              output.constData());
     QVERIFY(!QFileInfo::exists(stray) && !QFileInfo::exists(partial));
     QCOMPARE(errorOf(own.client->DeleteFileGroupRequest(guid)), int(NoError));
+    QVERIFY(own.server.waitForLog(" unauthenticated DeleteFileGroup Guid=\"" + guid.toUtf8() + "\" "));
     QCOMPARE(check({}, &output), 0);
     QVERIFY2(output.contains("the store matches its database"), output.constData());
+}
+
+void tst_ArchiveServer::commandLine_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("refusal"); // what the server says as it exits with 2; empty: it starts
+    QVERIFY(m_certificates.make());
+    const QStringList anyAddress{QStringLiteral("--listen"), QStringLiteral("0.0.0.0:0")};
+    const QByteArray insecure = "give --insecure to allow it on purpose";
+
+    QTest::newRow("any address without TLS") << anyAddress << insecure;
+    QTest::newRow("any address without client certificates")
+        << anyAddress + m_certificates.serverArguments(false) << insecure;
+    QTest::newRow("any address, on purpose") << anyAddress + QStringList{QStringLiteral("--insecure")} << QByteArray();
+    QTest::newRow("any address with client certificates")
+        << anyAddress + m_certificates.serverArguments(true) << QByteArray();
+    QTest::newRow("key without certificate")
+        << QStringList{QStringLiteral("--tls-key"), m_certificates.key(QStringLiteral("server"))}
+        << QByteArray("--tls-cert and --tls-key go together");
+    QTest::newRow("administrator without client certificates")
+        << m_certificates.serverArguments(false) + QStringList{QStringLiteral("--admin"), QStringLiteral("root")}
+        << QByteArray("--admin needs --tls-client-ca");
+    QTest::newRow("unreadable certificate")
+        << QStringList{QStringLiteral("--tls-cert"), QStringLiteral("/nonexistent"), QStringLiteral("--tls-key"),
+                       m_certificates.key(QStringLiteral("server"))}
+        << QByteArray("cannot read /nonexistent");
+}
+
+// Beyond loopback the server serves only users proved by certificates, unless told otherwise on purpose.
+void tst_ArchiveServer::commandLine()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, refusal);
+    QTemporaryDir store;
+    ServerProcess server;
+    if (refusal.isEmpty()) {
+        QVERIFY(server.start(store.path(), arguments));
+        QVERIFY(server.stop());
+        return;
+    }
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^ServerProcess:")));
+    QVERIFY(!server.start(store.path(), arguments));
+    QVERIFY2(server.errorOutput().contains(refusal), server.errorOutput().constData());
+    QVERIFY(server.waitForExit() == 2);
 }
 
 QTEST_GUILESS_MAIN(tst_ArchiveServer)
