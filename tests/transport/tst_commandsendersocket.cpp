@@ -33,6 +33,7 @@ private Q_SLOTS:
     void reconnects_data();
     void reconnects();
     void lossWhileWritingIsAnnounced();
+    void silentTlsPeer();
     void messageLog_data();
     void messageLog();
 
@@ -206,6 +207,23 @@ void tst_CommandSenderSocket::reconnects()
     QCOMPARE(received.last().at(0).toByteArray(), QByteArray(100, 'y'));
     QTRY_COMPARE(m_server->frames().size(), 2);
     QCOMPARE(m_server->frames().last(), QByteArray("waiting"));
+}
+
+// A peer that takes the connection but never answers the TLS handshake fails the attempt when the reply timeout
+// has passed, rather than holding the client in "connecting" for good; attempts go on.
+void tst_CommandSenderSocket::silentTlsPeer()
+{
+    const TemporarySettings settings("[KAVRO]\nUseTls=true\n", true);
+    const auto socket = makeSocket(m_server->port());
+    socket->setReplyTimeout(300);
+    QSignalSpy failed(socket.get(), &CommandSenderSocket::si_socketError);
+    QSignalSpy connecting(socket.get(), &CommandSenderSocket::si_connecting);
+    const TraceCapture capture;
+    QVERIFY(failed.wait(5000));
+    QCOMPARE(failed.first().at(0).value<QAbstractSocket::SocketError>(), QAbstractSocket::SslHandshakeFailedError);
+    QCOMPARE(failed.first().at(1).toString(), QStringLiteral("no TLS handshake within 300 ms"));
+    QVERIFY(!socket->isConnected());
+    QTRY_VERIFY(connecting.size() >= 2);
 }
 
 // A connection lost while a request is still in the write buffer is announced, once.
