@@ -27,9 +27,11 @@ start_server() { # STORE [ARGUMENTS...]: starts a server, sets $port and appends
     shift
     rm -f "$demo_home/port"
     mkfifo "$demo_home/port"
-    "$build_dir/server/kavro-server" --store "$store" --listen 127.0.0.1:0 "$@" > "$demo_home/port" &
+    # The log, audit trail included, goes to a file of the store's own.
+    "$build_dir/server/kavro-server" --store "$store" --listen 127.0.0.1:0 "$@" > "$demo_home/port" \
+        2> "$store.log" &
     server_pids+=("$!")
-    read -r port < "$demo_home/port"
+    read -r port < "$demo_home/port" || { cat "$store.log" >&2; exit 1; }
 }
 # Shows each command as typed, then its output.
 kavro() {
@@ -83,6 +85,44 @@ kavro files "$guid"
 port=$first_port
 kavro rm "$guid"
 kavro exists "$guid"
+
+echo
+echo "== TLS with client certificates: alice's lock, which bob cannot release and the administrator can"
+certs=$demo_home/certs
+bash "$(dirname "$0")/make-certificates.sh" "$certs"
+start_server "$demo_home/store3" --tls-cert "$certs/server.pem" --tls-key "$certs/server.key" \
+    --tls-client-ca "$certs/ca.pem" --admin admin
+echo "a TLS server listens on 127.0.0.1:$port; users prove who they are by certificate, admin may act for others"
+as() { # USER ARGUMENTS...: the kavro tool with USER's certificate
+    local user=$1
+    shift
+    "$build_dir/cli/kavro" --port "$port" --cacert "$certs/ca.pem" --cert "$certs/$user.pem" \
+        --key "$certs/$user.key" "$@"
+}
+shown_as() { # the same, shown as typed
+    echo "\$ kavro --cacert ca.pem --cert $1.pem --key $1.key ${*:2}"
+    as "$@"
+}
+shown_as alice put "$demo_home/scan.bin"
+guid=$(as alice --json query --name scan | sed -n 's/.*"guid":"\([0-9a-f-]*\)".*/\1/p')
+# alice's tool takes a read lock and crashes while it holds it: the lock stays.
+mkfifo "$demo_home/stuck"
+as alice get "kavro:///$guid/1" > "$demo_home/stuck" &
+getter=$!
+exec 3< "$demo_home/stuck"
+until as alice --json query --name scan --lock 2 | grep -q '"count":1'; do
+    sleep 0.1
+done
+kill -KILL "$getter"
+wait "$getter" 2>/dev/null || true
+exec 3<&-
+echo "(alice's tool was killed while it held a read lock on kavro:///$guid/1)"
+shown_as bob unlock "kavro:///$guid/1" --owner alice || echo "(refused, exit code $?: bob cannot act for alice)"
+shown_as bob rm "$guid" || echo "(refused, exit code $?: bob did not create the group)"
+shown_as admin unlock "kavro:///$guid/1" --owner alice && echo "(the administrator released alice's lock)"
+shown_as alice rm "$guid"
+echo "The audit trail:"
+grep -o ' audit .*' "$demo_home/store3.log" | tail -n 4
 
 echo
 echo "== Offline tour (configuration: Type_Image switched off)"
