@@ -105,7 +105,7 @@ void tst_KavroCli::commands_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("printed"); // part of what people see on stdout
+    QTest::addColumn<QString>("printed"); // part of what people see: on stdout, or on stderr when the run fails
     QTest::addColumn<QString>("jsonKey"); // present in the one JSON object of the --json run
     QTest::addColumn<QStringList>("absent"); // in neither run's stdout
 
@@ -142,6 +142,10 @@ void tst_KavroCli::commands_data()
     row("unknown command", QStringLiteral("frobnicate"), 2, "", "error");
     row("too many arguments", QStringLiteral("users extra"), 2, "", "error");
     row("bad time", QStringLiteral("query --created-from yesterday"), 2, "", "error");
+    row("certificate without its key", QStringLiteral("--cert %1 ping").arg(m_files.filePath(QStringLiteral("a.pem"))),
+        2, "needs its key", "error");
+    row("unreadable CA certificates",
+        QStringLiteral("--cacert %1 ping").arg(m_files.filePath(QStringLiteral("no.pem"))), 2, "no.pem", "error");
     row("help", QStringLiteral("help query"), 0, "--created-from", "");
 }
 
@@ -155,7 +159,8 @@ void tst_KavroCli::commands()
 
     const Run human = kavro(arguments);
     QVERIFY2(human.exitCode == exitCode, human.err.constData());
-    QVERIFY2(QString::fromUtf8(human.out).contains(printed), human.out.constData());
+    const QByteArray seen = exitCode == 0 ? human.out : human.err;
+    QVERIFY2(QString::fromUtf8(seen).contains(printed), seen.constData());
     for (const QString &text : absent)
         QVERIFY2(!QString::fromUtf8(human.out).contains(text), human.out.constData());
     if (exitCode != 0)
