@@ -18,6 +18,7 @@
 #include <QTimer>
 
 #include <csignal>
+#include <optional>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -97,6 +98,16 @@ QString guidOf(const QString &argument)
 QString fileUrl(const QString &guid, quint32 fileId)
 {
     return KavroUrl::fromKavroIds(guid, fileId).toString();
+}
+
+//! The archived file \a argument names; none, after reporting a wrong command line of \a command, when it names none.
+std::optional<KavroUrl> fileArgument(Session &session, const QString &argument, const char *command)
+{
+    const KavroUrl url(argument);
+    if (url.isKavroUrl() && url.hasKavroFileId())
+        return url;
+    session.output().usage(QStringLiteral("%1 names no archived file").arg(argument), QString::fromLatin1(command));
+    return std::nullopt;
 }
 
 //! A time given on the command line: ISO 8601, local time unless it names its zone.
@@ -261,12 +272,11 @@ int files(Session &session, const QCommandLineParser &, const QStringList &argum
 
 int get(Session &session, const QCommandLineParser &parser, const QStringList &arguments)
 {
-    const KavroUrl url(arguments.at(0));
-    if (!url.isKavroUrl() || !url.hasKavroFileId())
-        return session.output().usage(QStringLiteral("%1 names no archived file").arg(arguments.at(0)),
-                                      QStringLiteral("get"));
+    const auto url = fileArgument(session, arguments.at(0), "get");
+    if (!url)
+        return ExitUsage;
     const bool write = parser.isSet(QStringLiteral("write"));
-    KavroFile archived(&session.client(), url.toKavroGuid(), url.toKavroFileId());
+    KavroFile archived(&session.client(), url->toKavroGuid(), url->toKavroFileId());
     if (!archived.open(write ? QIODevice::ReadWrite : QIODevice::ReadOnly)) {
         const bool noReply = archived.GetError() == ErrorNotConnected || archived.GetError() == ErrorReplyTimeout;
         return session.fail(archived.GetError(), archived.GetErrorString(),
@@ -436,12 +446,25 @@ int removeGroup(Session &session, const QCommandLineParser &parser, const QStrin
 
 int removeFile(Session &session, const QCommandLineParser &, const QStringList &arguments)
 {
-    const KavroUrl url(arguments.at(0));
-    if (!url.isKavroUrl() || !url.hasKavroFileId())
-        return session.output().usage(QStringLiteral("%1 names no archived file").arg(arguments.at(0)),
-                                      QStringLiteral("rm-file"));
-    return simple(session, session.client().DeleteFileNameRequest(url.toKavroFileId(), url.toKavroGuid()),
+    const auto url = fileArgument(session, arguments.at(0), "rm-file");
+    if (!url)
+        return ExitUsage;
+    return simple(session, session.client().DeleteFileNameRequest(url->toKavroFileId(), url->toKavroGuid()),
                   QStringLiteral("deleted %1").arg(arguments.at(0)));
+}
+
+int unlock(Session &session, const QCommandLineParser &parser, const QStringList &arguments)
+{
+    const auto url = fileArgument(session, arguments.at(0), "unlock");
+    if (!url)
+        return ExitUsage;
+    // The server releases the lock of the user a request names; only an administrator may name another.
+    const QString owner = parser.value(QStringLiteral("owner"));
+    if (!owner.isEmpty())
+        session.client().SetUser(owner);
+    return simple(session, session.client().CloseFileRequest(url->toKavroFileId(), url->toKavroGuid()),
+                  owner.isEmpty() ? QStringLiteral("unlocked %1").arg(arguments.at(0))
+                                  : QStringLiteral("unlocked %1 (the lock of %2)").arg(arguments.at(0), owner));
 }
 
 int reference(Session &session, const QCommandLineParser &, const QStringList &arguments)
@@ -644,6 +667,13 @@ const QList<Command> &commands()
                 examples({"kavro rm 0f8fad5b-d9cb-469f-a165-70867728950e"})),
         command("rm-file", "URL", "Deletes one file of a group.", 1, 1, removeFile, {},
                 examples({"kavro rm-file kavro:///0f8fad5b-d9cb-469f-a165-70867728950e/2"})),
+        command(
+            "unlock", "URL", "Releases the caller's lock on an archived file, or with --owner another user's.", 1, 1,
+            unlock,
+            {valueOption("owner", "The user whose lock to release; the server allows it to administrators.", "NAME")},
+            examples({"kavro unlock kavro:///0f8fad5b-d9cb-469f-a165-70867728950e/1",
+                      "kavro --cert admin.pem --key admin.key unlock "
+                      "kavro:///0f8fad5b-d9cb-469f-a165-70867728950e/1 --owner alice"})),
         command("ref", "add|rm|rm-all GUID", "Adds or removes this application's reference to a group.", 2, 2,
                 reference, {}, examples({"kavro --app viewer ref add 0f8fad5b-d9cb-469f-a165-70867728950e"})),
         command("move-to-nas", "GUID", "Moves a group to network storage.", 1, 1, moveToNas,

@@ -3,10 +3,10 @@
 # Bash completion for kavro: the commands and options come from the tool itself.
 _kavro()
 {
-    local cur=${COMP_WORDS[COMP_CWORD]} command="" i
+    local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" i
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --host | --port | --user | --app | --team | --connect-timeout) ((i++)) ;;
+            --host | --port | --user | --app | --team | --connect-timeout | --cacert | --cert | --key) ((i++)) ;;
             -*) ;;
             *)
                 command=${COMP_WORDS[i]}
@@ -14,7 +14,9 @@ _kavro()
                 ;;
         esac
     done
-    if [[ -z $command || $command == help || $cur == -* ]]; then
+    if [[ $previous == --cacert || $previous == --cert || $previous == --key ]]; then
+        mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+    elif [[ -z $command || $command == help || $cur == -* ]]; then
         [[ $command == help ]] && command=""
         mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" --completions $command 2>/dev/null)" -- "$cur")
     else

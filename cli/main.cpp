@@ -4,6 +4,8 @@
 #include "commands.h"
 
 #include <QCoreApplication>
+#include <QSslCertificate>
+#include <QSslConfiguration>
 #include <QTextStream>
 
 #include <pwd.h>
@@ -19,10 +21,13 @@ QList<QCommandLineOption> globalOptions()
     return {
         valueOption("host", "The server's host (default: ServerHost of [KAVRO], else localhost).", "HOST"),
         valueOption("port", "The server's port (default: XmlPort of [KAVRO], else 5223).", "PORT"),
-        valueOption("user", "The user to act as (default: the login name).", "NAME"),
+        valueOption("user", "The user to act as (default: the common name of --cert, else the login name).", "NAME"),
         valueOption("app", "The application to act as (default: kavro).", "NAME"),
         valueOption("team", "The team to act for.", "NAME"),
         valueOption("connect-timeout", "Seconds to wait for the connection (default: 10).", "SECONDS"),
+        valueOption("cacert", "CA certificates to trust (PEM; default: the system's); switches TLS on.", "FILE"),
+        valueOption("cert", "A client certificate (PEM); switches TLS on.", "FILE"),
+        valueOption("key", "The client certificate's unencrypted key (PEM).", "FILE"),
         flag("json", "Print exactly one JSON object on stdout."),
         flag("v", "Trace the library's work on stderr."),
         flag("no-progress", "Draw no progress bar."),
@@ -148,10 +153,25 @@ int runCommand(const Command &command, const QCommandLineParser &before, const Q
     const double timeout = valueOf(QStringLiteral("connect-timeout"), QStringLiteral("10")).toDouble(&timeoutOk);
     if (!portOk || port > 65535 || !timeoutOk || timeout < 0)
         return output.usage(QStringLiteral("--port takes a port number and --connect-timeout seconds"), command.name);
+    // Any of the TLS options switches TLS on; without them the configuration file decides.
+    QSslConfiguration tls;
+    if (flag(QStringLiteral("cacert")) || flag(QStringLiteral("cert")) || flag(QStringLiteral("key"))) {
+        QString problem;
+        tls = KavroClient::sslConfigurationFromFiles(valueOf(QStringLiteral("cacert")), valueOf(QStringLiteral("cert")),
+                                                     valueOf(QStringLiteral("key")), &problem);
+        if (tls.isNull())
+            return output.usage(QStringLiteral("cannot use the files of --cacert, --cert and --key: %1").arg(problem),
+                                command.name);
+    }
+    // A server that asks for client certificates takes no other user than the certificate's.
+    const QString certificateUser = tls.localCertificate().subjectInfo(QSslCertificate::CommonName).value(0);
 
     KavroClient client(valueOf(QStringLiteral("host")), quint16(port),
                        valueOf(QStringLiteral("app"), QStringLiteral("kavro")),
-                       valueOf(QStringLiteral("user"), loginName()), valueOf(QStringLiteral("team")));
+                       valueOf(QStringLiteral("user"), certificateUser.isEmpty() ? loginName() : certificateUser),
+                       valueOf(QStringLiteral("team")));
+    if (!tls.isNull())
+        client.setSslConfiguration(tls);
     QString connectionError;
     QObject::connect(&client, &KavroClient::errorOccurred, &client, [&](KavroError, const QString &text) {
         connectionError = text;

@@ -1,17 +1,25 @@
 // SPDX-FileCopyrightText: 2026 Kavro developers
 // SPDX-License-Identifier: MIT
 #include "serverprocess.h"
+#include "testcertificates.h"
+
+#include <kavro/kavroclient.h>
 
 #include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRandomGenerator>
+#include <QSignalSpy>
+#include <QSslConfiguration>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
+
+using namespace Kavro;
 
 namespace
 {
@@ -21,6 +29,18 @@ struct Run {
     QByteArray err;
     QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
 };
+
+Run run(const QStringList &arguments, const QString &workingDirectory = QString())
+{
+    QProcess process;
+    process.setWorkingDirectory(workingDirectory);
+    process.start(QStringLiteral(KAVRO_CLI_BINARY), arguments);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(60000))
+        qWarning("kavro did not finish");
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput(),
+            process.readAllStandardError()};
+}
 
 QByteArray randomBytes(qsizetype size)
 {
@@ -39,24 +59,33 @@ class tst_KavroCli : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase() { QVERIFY(m_server.stop()); }
+    void cleanupTestCase() { QVERIFY(m_server.stop() && m_tlsServer.stop()); }
     void commands_data();
     void commands();
     void putThenGetKeepsTheBytes();
     void noServerWithinTheConnectTimeout();
     void progressBarOnATerminal();
     void converter();
+    void locksOfOthersThroughTls();
 
 private:
     //! Runs kavro with the server's port and \a arguments, where "{guid}", "{url}" and "{new}" (a fresh group) are
     //! filled in.
     Run kavro(QStringList arguments, const QString &workingDirectory = QString());
+    //! Runs kavro with \a arguments against the TLS server, as \a user by that user's certificate.
+    Run kavroWithCertificate(const QString &user, const QStringList &arguments);
     QString newGroup();
+    //! Leaves a read lock of \a user on \a url, as a client that went away without closing the file does.
+    bool leaveReadLock(const QString &user, const KavroUrl &url);
 
     QTemporaryDir m_store;
     QTemporaryDir m_files;
     ServerProcess m_server;
     QString m_guid;
+    // A server that takes users by their client certificates only, and "admin" as its administrator.
+    TestCertificates m_certificates;
+    QTemporaryDir m_tlsStore;
+    ServerProcess m_tlsServer;
 };
 
 void tst_KavroCli::initTestCase()
@@ -71,6 +100,8 @@ void tst_KavroCli::initTestCase()
     QCOMPARE(put.exitCode, 0);
     m_guid = put.json().value(QStringLiteral("guid")).toString();
     QCOMPARE(m_guid.size(), 36);
+    QVERIFY(m_certificates.make());
+    QVERIFY(m_tlsServer.start(m_tlsStore.path(), m_certificates.serverArguments()));
 }
 
 Run tst_KavroCli::kavro(QStringList arguments, const QString &workingDirectory)
@@ -81,17 +112,18 @@ Run tst_KavroCli::kavro(QStringList arguments, const QString &workingDirectory)
         if (argument.contains(QLatin1String("{new}")))
             argument.replace(QLatin1String("{new}"), newGroup());
     }
-    QProcess process;
-    process.setWorkingDirectory(workingDirectory);
-    process.start(QStringLiteral(KAVRO_CLI_BINARY),
-                  QStringList{QStringLiteral("--port"), QString::number(m_server.port()), QStringLiteral("--user"),
-                              QStringLiteral("tester")}
-                      + arguments);
-    process.closeWriteChannel();
-    if (!process.waitForFinished(60000))
-        qWarning("kavro did not finish");
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput(),
-            process.readAllStandardError()};
+    return run(QStringList{QStringLiteral("--port"), QString::number(m_server.port()), QStringLiteral("--user"),
+                           QStringLiteral("tester")}
+                   + arguments,
+               workingDirectory);
+}
+
+Run tst_KavroCli::kavroWithCertificate(const QString &user, const QStringList &arguments)
+{
+    return run(QStringList{QStringLiteral("--port"), QString::number(m_tlsServer.port()), QStringLiteral("--cacert"),
+                           m_certificates.certificate(QStringLiteral("ca")), QStringLiteral("--cert"),
+                           m_certificates.certificate(user), QStringLiteral("--key"), m_certificates.key(user)}
+               + arguments);
 }
 
 QString tst_KavroCli::newGroup()
@@ -105,7 +137,7 @@ void tst_KavroCli::commands_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("printed"); // part of what people see on stdout
+    QTest::addColumn<QString>("printed"); // part of what people see: on stdout, or on stderr when the run fails
     QTest::addColumn<QString>("jsonKey"); // present in the one JSON object of the --json run
     QTest::addColumn<QStringList>("absent"); // in neither run's stdout
 
@@ -142,6 +174,10 @@ void tst_KavroCli::commands_data()
     row("unknown command", QStringLiteral("frobnicate"), 2, "", "error");
     row("too many arguments", QStringLiteral("users extra"), 2, "", "error");
     row("bad time", QStringLiteral("query --created-from yesterday"), 2, "", "error");
+    row("certificate without its key", QStringLiteral("--cert %1 ping").arg(m_files.filePath(QStringLiteral("a.pem"))),
+        2, "needs its key", "error");
+    row("unreadable CA certificates",
+        QStringLiteral("--cacert %1 ping").arg(m_files.filePath(QStringLiteral("no.pem"))), 2, "no.pem", "error");
     row("help", QStringLiteral("help query"), 0, "--created-from", "");
 }
 
@@ -155,7 +191,8 @@ void tst_KavroCli::commands()
 
     const Run human = kavro(arguments);
     QVERIFY2(human.exitCode == exitCode, human.err.constData());
-    QVERIFY2(QString::fromUtf8(human.out).contains(printed), human.out.constData());
+    const QByteArray seen = exitCode == 0 ? human.out : human.err;
+    QVERIFY2(QString::fromUtf8(seen).contains(printed), seen.constData());
     for (const QString &text : absent)
         QVERIFY2(!QString::fromUtf8(human.out).contains(text), human.out.constData());
     if (exitCode != 0)
@@ -264,6 +301,58 @@ void tst_KavroCli::converter()
     converter.terminate();
     QVERIFY(converter.waitForFinished(20000));
     QCOMPARE(converter.exitCode(), 0);
+}
+
+bool tst_KavroCli::leaveReadLock(const QString &user, const KavroUrl &url)
+{
+    KavroClient client(QStringLiteral("localhost"), m_tlsServer.port(), QStringLiteral("viewer"), user, QString());
+    client.setSslConfiguration(KavroClient::sslConfigurationFromFiles(
+        m_certificates.certificate(QStringLiteral("ca")), m_certificates.certificate(user), m_certificates.key(user)));
+    if (!client.waitForConnected(20000))
+        return false;
+    const std::unique_ptr<KavroReply> reply(
+        client.RequestFileRequest(url.toKavroFileId(), url.toKavroGuid(), LockRead));
+    QSignalSpy finished(reply.get(), &KavroReply::finished);
+    return (reply->isFinished() || finished.wait(20000)) && reply->error() == NoError;
+}
+
+void tst_KavroCli::locksOfOthersThroughTls()
+{
+    // Without --user the tool acts as its certificate's user: the server would refuse anyone else.
+    const QString content = m_files.filePath(QStringLiteral("content.bin"));
+    const Run put =
+        kavroWithCertificate(QStringLiteral("alice"), {QStringLiteral("--json"), QStringLiteral("put"), content});
+    QVERIFY2(put.exitCode == 0, put.err.constData());
+    const QString url = put.json().value(QStringLiteral("urls")).toArray().at(0).toString();
+    const Run get = kavroWithCertificate(QStringLiteral("alice"), {QStringLiteral("get"), url});
+    QVERIFY2(get.exitCode == 0 && get.out.size() == QFileInfo(content).size(), get.err.constData());
+
+    // Read locks left by alice and bob: only the administrator releases another user's, and only that user's.
+    QVERIFY(leaveReadLock(QStringLiteral("alice"), KavroUrl(url)));
+    QVERIFY(leaveReadLock(QStringLiteral("bob"), KavroUrl(url)));
+    const struct {
+        const char *user;
+        QStringList arguments;
+        int error; // the server's error in the JSON object; 0: none
+    } steps[] = {
+        {"alice", {QStringLiteral("rm-file"), url}, ErrorFileGroupLocked},
+        {"bob",
+         {QStringLiteral("unlock"), url, QStringLiteral("--owner"), QStringLiteral("alice")},
+         ErrorNoWritePermission},
+        {"admin", {QStringLiteral("unlock"), url, QStringLiteral("--owner"), QStringLiteral("alice")}, NoError},
+        {"alice", {QStringLiteral("rm-file"), url}, ErrorFileGroupLocked},
+        {"bob", {QStringLiteral("unlock"), url}, NoError},
+        {"alice", {QStringLiteral("rm-file"), url}, NoError},
+    };
+    for (const auto &step : steps) {
+        const Run done = kavroWithCertificate(QString::fromLatin1(step.user),
+                                              QStringList{QStringLiteral("--json")} + step.arguments);
+        const QString what = QString::fromLatin1(step.user) + QLatin1Char(' ') + step.arguments.join(QLatin1Char(' '));
+        QVERIFY2(done.exitCode == (step.error == NoError ? 0 : 1),
+                 qPrintable(what + QStringLiteral(": ") + QString::fromUtf8(done.err)));
+        QVERIFY2(done.json().value(QStringLiteral("error")).toInt() == step.error,
+                 qPrintable(what + QStringLiteral(": ") + QString::fromUtf8(done.out)));
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_KavroCli)
