@@ -105,16 +105,20 @@ shown_as() { # the same, shown as typed
 }
 shown_as alice put "$demo_home/scan.bin"
 guid=$(as alice --json query --name scan | sed -n 's/.*"guid":"\([0-9a-f-]*\)".*/\1/p')
-# alice's tool takes a read lock and crashes while it holds it: the lock stays.
+# alice's tool takes a read lock and is killed while it holds it, as a crash would: the lock stays.
 mkfifo "$demo_home/stuck"
-as alice get "kavro:///$guid/1" > "$demo_home/stuck" &
+"$build_dir/cli/kavro" --port "$port" --cacert "$certs/ca.pem" --cert "$certs/alice.pem" --key "$certs/alice.key" \
+    get "kavro:///$guid/1" > "$demo_home/stuck" &
 getter=$!
+disown "$getter"
 exec 3< "$demo_home/stuck"
 until as alice --json query --name scan --lock 2 | grep -q '"count":1'; do
     sleep 0.1
 done
 kill -KILL "$getter"
-wait "$getter" 2>/dev/null || true
+while kill -0 "$getter" 2>/dev/null; do
+    sleep 0.05
+done
 exec 3<&-
 echo "(alice's tool was killed while it held a read lock on kavro:///$guid/1)"
 shown_as bob unlock "kavro:///$guid/1" --owner alice || echo "(refused, exit code $?: bob cannot act for alice)"

@@ -416,15 +416,25 @@ QString CommandSender::channelFailureText(QAbstractSocket::SocketError error, co
                               "TLS (UseTls and TlsCaCertificates in [KAVRO])?")
             .arg(serverName());
     }
+    bool setByCode = false;
+    {
+        const QMutexLocker locker(&m_identityMutex);
+        setByCode = m_tls.has_value();
+    }
+    // Where to look: the settings, or whatever the application set from code (the kavro tool: its options).
+    const auto where = [setByCode](const char *keys) {
+        return setByCode ? QStringLiteral("the TLS configuration the application set")
+                         : QStringLiteral("%1 in [KAVRO]").arg(QLatin1String(keys));
+    };
     if (socket->isEncrypted())
         return QStringLiteral("the archive server at %1 refused the TLS connection: %2; it requires a client "
-                              "certificate signed by a CA it trusts (TlsCertificate and TlsKey in [KAVRO])")
-            .arg(serverName(), text);
+                              "certificate signed by a CA it trusts (%3)")
+            .arg(serverName(), text, where("TlsCertificate and TlsKey"));
     if (error == QAbstractSocket::ConnectionRefusedError || error == QAbstractSocket::HostNotFoundError)
         return QString();
     return QStringLiteral("the TLS handshake with the archive server at %1 failed: %2; does the server serve TLS, "
-                          "and does TlsCaCertificates in [KAVRO] name the CA that signed its certificate?")
-        .arg(serverName(), text);
+                          "and does %3 name the CA that signed its certificate?")
+        .arg(serverName(), text, where("TlsCaCertificates"));
 }
 
 void CommandSender::messageRefused(qint64 size)
