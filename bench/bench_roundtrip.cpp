@@ -32,6 +32,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace
@@ -84,6 +85,27 @@ bool compareBlocking(const char *figure, const char *baseline, const QString &la
     return true;
 }
 
+struct Medians {
+    double measured;
+    double baseline;
+};
+
+// Takes \a times samples of \a measured and of \a baseline, alternately; their medians, or none when a sample failed
+// (was 0).
+std::optional<Medians> alternatingMedians(int times, const std::function<double()> &measured,
+                                          const std::function<double()> &baseline)
+{
+    std::vector<double> samples;
+    std::vector<double> baselineSamples;
+    for (int i = 0; i < times; ++i) {
+        samples.push_back(measured());
+        baselineSamples.push_back(baseline());
+        if (samples.back() == 0 || baselineSamples.back() == 0)
+            return std::nullopt;
+    }
+    return Medians{figuresOf(samples).median, figuresOf(baselineSamples).median};
+}
+
 // Where a client connects, as whom, and with what TLS configuration (null: none).
 struct Endpoint {
     quint16 port = 0;
@@ -101,27 +123,28 @@ std::unique_ptr<Kavro::KavroClient> newClient(const Endpoint &endpoint)
     return client;
 }
 
-// Milliseconds from making a client of \a endpoint to its connected(); negative when it did not connect.
+// Milliseconds from making a client of \a endpoint to its connected(); 0 when it did not connect.
 double connectionSetUp(const Endpoint &endpoint)
 {
     const auto start = Clock::now();
     const auto client = newClient(endpoint);
-    return waitForConnection(*client) ? microsecondsSince(start) / 1000 : -1;
+    return waitForConnection(*client) ? microsecondsSince(start) / 1000 : 0;
 }
 
 // Alternates Connections set-ups of a client of \a tls and of \a plain and prints their medians.
 bool compareConnectionSetUp(const QString &label, const Endpoint &tls, const Endpoint &plain)
 {
-    std::vector<double> samples;
-    std::vector<double> baselineSamples;
-    for (int i = 0; i < Connections; ++i) {
-        samples.push_back(connectionSetUp(tls));
-        baselineSamples.push_back(connectionSetUp(plain));
-        if (samples.back() < 0 || baselineSamples.back() < 0)
-            return false;
-    }
-    const double ours = figuresOf(samples).median;
-    const double theirs = figuresOf(baselineSamples).median;
+    const auto medians = alternatingMedians(
+        Connections,
+        [&] {
+            return connectionSetUp(tls);
+        },
+        [&] {
+            return connectionSetUp(plain);
+        });
+    if (!medians)
+        return false;
+    const auto [ours, theirs] = *medians;
     std::printf("connection set up to connected over TLS, %d times (%s): median %.2f ms; plain %.2f ms; "
                 "ratio %.1fx\n",
                 Connections, qPrintable(label), ours, theirs, ours / theirs);
@@ -191,16 +214,17 @@ double rawRate(RawClient &raw, const QByteArray &frame)
 
 bool compareAsyncRate(const QString &label, Kavro::KavroClient &client, RawClient &raw, const QByteArray &frame)
 {
-    std::vector<double> kavro;
-    std::vector<double> baseline;
-    for (int i = 0; i < Rounds; ++i) {
-        kavro.push_back(asyncRate(client));
-        baseline.push_back(rawRate(raw, frame));
-        if (kavro.back() == 0 || baseline.back() == 0)
-            return false;
-    }
-    const double ours = figuresOf(kavro).median;
-    const double raws = figuresOf(baseline).median;
+    const auto medians = alternatingMedians(
+        Rounds,
+        [&] {
+            return asyncRate(client);
+        },
+        [&] {
+            return rawRate(raw, frame);
+        });
+    if (!medians)
+        return false;
+    const auto [ours, raws] = *medians;
     std::printf("asynchronous GetUserList, %d at once (%s): %.0f calls/s; raw client one at a time %.0f calls/s; "
                 "ratio %.2f\n",
                 AsyncCalls, qPrintable(label), ours, raws, ours / raws);
