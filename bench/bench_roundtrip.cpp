@@ -5,12 +5,16 @@
 // server process. The two alternate in rounds, so machine noise hits both.
 // Figures: blocking GetUserList, blocking QueryMetaData of a group with ten
 // files, and the rate of asynchronous GetUserList calls issued all at once.
+// Beside the plain client, one that talks TLS with a client certificate to a
+// second server: blocking GetUserList once connected, and the time from
+// making a client to its connected(), which holds the TLS handshake.
 //
 //   bench_roundtrip [label] [calls-per-round]
 //   defaults: "unpinned", 2000 calls; run under "taskset -c 0" for the pinned figures
 #include "benchsupport.h"
 #include "messages_p.h"
 #include "rawclient.h"
+#include "testcertificates.h"
 
 #include <kavro/kavroclient.h>
 
@@ -18,6 +22,7 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QProcess>
+#include <QSslConfiguration>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QUuid>
@@ -27,6 +32,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace
@@ -34,6 +40,7 @@ namespace
 using Clock = std::chrono::steady_clock;
 constexpr int Rounds = 3;
 constexpr int AsyncCalls = 20000;
+constexpr int Connections = 40;
 
 double microsecondsSince(Clock::time_point start)
 {
@@ -52,31 +59,127 @@ bool round(int calls, const std::function<bool()> &call, std::vector<double> *sa
     return true;
 }
 
-// Warms both paths up, then alternates Rounds rounds of each and prints the figure.
-bool compareBlocking(const char *figure, const QString &label, int calls, const std::function<bool()> &viaClient,
-                     const std::function<bool()> &viaRaw)
+// Warms both paths up, then alternates Rounds rounds of each and prints the figure beside its \a baseline.
+bool compareBlocking(const char *figure, const char *baseline, const QString &label, int calls,
+                     const std::function<bool()> &measured, const std::function<bool()> &viaBaseline)
 {
-    std::vector<double> kavro;
-    std::vector<double> baseline;
-    if (!round(calls / 10, viaClient, &kavro) || !round(calls / 10, viaRaw, &baseline))
+    std::vector<double> samples;
+    std::vector<double> baselineSamples;
+    if (!round(calls / 10, measured, &samples) || !round(calls / 10, viaBaseline, &baselineSamples))
         return false;
-    kavro.clear();
-    baseline.clear();
+    samples.clear();
+    baselineSamples.clear();
     for (int i = 0; i < Rounds; ++i) {
-        if (!round(calls, viaClient, &kavro) || !round(calls, viaRaw, &baseline))
+        if (!round(calls, measured, &samples) || !round(calls, viaBaseline, &baselineSamples))
             return false;
     }
-    const Figures ours = figuresOf(kavro);
-    const Figures raws = figuresOf(baseline);
-    std::printf("blocking %s (%s): median %.1f us, p99 %.1f us; raw client %.1f us, %.1f us; "
+    const Figures ours = figuresOf(samples);
+    const Figures theirs = figuresOf(baselineSamples);
+    std::printf("blocking %s (%s): median %.1f us, p99 %.1f us; %s %.1f us, %.1f us; "
                 "ratio %.2fx median, %.2fx p99\n",
-                figure, qPrintable(label), ours.median, ours.p99, raws.median, raws.p99, ours.median / raws.median,
-                ours.p99 / raws.p99);
+                figure, qPrintable(label), ours.median, ours.p99, baseline, theirs.median, theirs.p99,
+                ours.median / theirs.median, ours.p99 / theirs.p99);
     std::printf("{\"figure\": \"blocking %s\", \"mode\": \"%s\", \"median_us\": %.1f, \"p99_us\": %.1f, "
-                "\"baseline_median_us\": %.1f, \"baseline_p99_us\": %.1f}\n",
-                figure, qPrintable(label), ours.median, ours.p99, raws.median, raws.p99);
+                "\"baseline\": \"%s\", \"baseline_median_us\": %.1f, \"baseline_p99_us\": %.1f}\n",
+                figure, qPrintable(label), ours.median, ours.p99, baseline, theirs.median, theirs.p99);
     return true;
 }
+
+struct Medians {
+    double measured;
+    double baseline;
+};
+
+// Takes \a times samples of \a measured and of \a baseline, alternately; their medians, or none when a sample failed
+// (was 0).
+std::optional<Medians> alternatingMedians(int times, const std::function<double()> &measured,
+                                          const std::function<double()> &baseline)
+{
+    std::vector<double> samples;
+    std::vector<double> baselineSamples;
+    for (int i = 0; i < times; ++i) {
+        samples.push_back(measured());
+        baselineSamples.push_back(baseline());
+        if (samples.back() == 0 || baselineSamples.back() == 0)
+            return std::nullopt;
+    }
+    return Medians{figuresOf(samples).median, figuresOf(baselineSamples).median};
+}
+
+// Where a client connects, as whom, and with what TLS configuration (null: none).
+struct Endpoint {
+    quint16 port = 0;
+    QString user;
+    QSslConfiguration tls;
+};
+
+// A client of \a endpoint; it connects on its own thread from now on.
+std::unique_ptr<Kavro::KavroClient> newClient(const Endpoint &endpoint)
+{
+    auto client = std::make_unique<Kavro::KavroClient>(QStringLiteral("127.0.0.1"), endpoint.port,
+                                                       QStringLiteral("bench"), endpoint.user, QString());
+    if (!endpoint.tls.isNull())
+        client->setSslConfiguration(endpoint.tls);
+    return client;
+}
+
+// Milliseconds from making a client of \a endpoint to its connected(); 0 when it did not connect.
+double connectionSetUp(const Endpoint &endpoint)
+{
+    const auto start = Clock::now();
+    const auto client = newClient(endpoint);
+    return waitForConnection(*client) ? microsecondsSince(start) / 1000 : 0;
+}
+
+// Alternates Connections set-ups of a client of \a tls and of \a plain and prints their medians.
+bool compareConnectionSetUp(const QString &label, const Endpoint &tls, const Endpoint &plain)
+{
+    const auto medians = alternatingMedians(
+        Connections,
+        [&] {
+            return connectionSetUp(tls);
+        },
+        [&] {
+            return connectionSetUp(plain);
+        });
+    if (!medians)
+        return false;
+    const auto [ours, theirs] = *medians;
+    std::printf("connection set up to connected over TLS, %d times (%s): median %.2f ms; plain %.2f ms; "
+                "ratio %.1fx\n",
+                Connections, qPrintable(label), ours, theirs, ours / theirs);
+    std::printf("{\"figure\": \"connection set up to connected over TLS\", \"mode\": \"%s\", \"connections\": %d, "
+                "\"median_ms\": %.2f, \"baseline\": \"plain\", \"baseline_median_ms\": %.2f}\n",
+                qPrintable(label), Connections, ours, theirs);
+    return true;
+}
+
+// kavro-server on a store of its own, with the further \a arguments, for as long as the object lives.
+class BenchServer
+{
+public:
+    explicit BenchServer(const QStringList &arguments = {})
+        : m_port(startServer(m_process, m_store.path(), arguments))
+    {
+    }
+    ~BenchServer()
+    {
+        m_process.terminate();
+        m_process.waitForFinished(10000);
+    }
+    BenchServer(const BenchServer &) = delete;
+    BenchServer &operator=(const BenchServer &) = delete;
+
+    //! The port it listens on; 0 when it did not start.
+    quint16 port() const { return m_port; }
+    //! The storage directory under its store, where the files of groups go.
+    QString dataDirectory() const { return QDir(m_store.path()).canonicalPath() + QLatin1String("/data"); }
+
+private:
+    QTemporaryDir m_store;
+    QProcess m_process;
+    const quint16 m_port;
+};
 
 // Calls per second when AsyncCalls asynchronous requests are issued at once, until the last reply signal.
 double asyncRate(Kavro::KavroClient &client)
@@ -111,16 +214,17 @@ double rawRate(RawClient &raw, const QByteArray &frame)
 
 bool compareAsyncRate(const QString &label, Kavro::KavroClient &client, RawClient &raw, const QByteArray &frame)
 {
-    std::vector<double> kavro;
-    std::vector<double> baseline;
-    for (int i = 0; i < Rounds; ++i) {
-        kavro.push_back(asyncRate(client));
-        baseline.push_back(rawRate(raw, frame));
-        if (kavro.back() == 0 || baseline.back() == 0)
-            return false;
-    }
-    const double ours = figuresOf(kavro).median;
-    const double raws = figuresOf(baseline).median;
+    const auto medians = alternatingMedians(
+        Rounds,
+        [&] {
+            return asyncRate(client);
+        },
+        [&] {
+            return rawRate(raw, frame);
+        });
+    if (!medians)
+        return false;
+    const auto [ours, raws] = *medians;
     std::printf("asynchronous GetUserList, %d at once (%s): %.0f calls/s; raw client one at a time %.0f calls/s; "
                 "ratio %.2f\n",
                 AsyncCalls, qPrintable(label), ours, raws, ours / raws);
@@ -162,43 +266,58 @@ int main(int argc, char *argv[])
     const QString label = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("unpinned");
     const int calls = argc > 2 ? std::max(100, atoi(argv[2])) : 2000;
 
-    QTemporaryDir store;
-    QProcess server;
-    const quint16 port = startServer(server, store.path());
-    if (port == 0)
+    TestCertificates certificates;
+    if (!certificates.make())
+        return fail("could not make the certificates");
+    // The servers outlive the clients declared after them, so no client sees its server go.
+    const BenchServer server;
+    const BenchServer tlsServer(certificates.serverArguments());
+    if (server.port() == 0 || tlsServer.port() == 0)
         return fail("kavro-server did not start");
-    auto owned = std::make_unique<Kavro::KavroClient>(QStringLiteral("127.0.0.1"), port, QStringLiteral("bench"),
-                                                      QStringLiteral("bench"), QString());
-    Kavro::KavroClient &client = *owned;
-    RawClient raw(port);
-    if (!waitForConnection(client) || !raw.isConnected())
+    const QString alice = QStringLiteral("alice");
+    QString error;
+    const Endpoint plain{server.port(), QStringLiteral("bench"), QSslConfiguration()};
+    const Endpoint tls{tlsServer.port(), alice,
+                       Kavro::KavroClient::sslConfigurationFromFiles(certificates.certificate(QStringLiteral("ca")),
+                                                                     certificates.certificate(alice),
+                                                                     certificates.key(alice), &error)};
+    if (tls.tls.isNull())
+        return fail(qPrintable(error));
+
+    const auto client = newClient(plain);
+    const bool clientConnected = waitForConnection(*client);
+    const auto tlsClient = newClient(tls);
+    RawClient raw(server.port());
+    if (!clientConnected || !waitForConnection(*tlsClient) || !raw.isConnected())
         return fail("no connection to kavro-server");
-    const QString guid = groupWithTenFiles(raw, QDir(store.path()).canonicalPath() + QLatin1String("/data"));
+    const QString guid = groupWithTenFiles(raw, server.dataDirectory());
     if (guid.isEmpty())
         return fail("could not make the measured group");
 
     const QByteArray userList = framed(Kavro::GetUserListMessage().writeRequest());
     const QByteArray metaData = framed(Kavro::QueryMetaDataMessage(guid, QStringLiteral("bench")).writeRequest());
-    const bool measured = compareBlocking(
-                              "GetUserList", label, calls,
-                              [&client] {
-                                  client.GetUserList();
-                                  return client.GetError() == Kavro::NoError;
-                              },
-                              [&] {
-                                  return raw.call(userList);
-                              })
+    const auto userListThrough = [](Kavro::KavroClient &through) {
+        return [&through] {
+            through.GetUserList();
+            return through.GetError() == Kavro::NoError;
+        };
+    };
+    const bool measured =
+        compareBlocking("GetUserList", "raw client", label, calls, userListThrough(*client),
+                        [&] {
+                            return raw.call(userList);
+                        })
         && compareBlocking(
-                              "QueryMetaData, 10 files", label, calls,
-                              [&] {
-                                  return client.QueryMetaData(guid, QStringLiteral("bench")).getFileList().size() == 10;
-                              },
-                              [&] {
-                                  return raw.call(metaData);
-                              })
-        && compareAsyncRate(label, client, raw, userList);
-    owned.reset(); // before the server goes, so the client does not see it go
-    server.terminate();
-    server.waitForFinished(10000);
+            "QueryMetaData, 10 files", "raw client", label, calls,
+            [&] {
+                return client->QueryMetaData(guid, QStringLiteral("bench")).getFileList().size() == 10;
+            },
+            [&] {
+                return raw.call(metaData);
+            })
+        // Before the asynchronous rate: the plain client's blocking calls are slower after those 20,000 calls.
+        && compareBlocking("GetUserList over TLS", "plain client", label, calls, userListThrough(*tlsClient),
+                           userListThrough(*client))
+        && compareConnectionSetUp(label, tls, plain) && compareAsyncRate(label, *client, raw, userList);
     return measured ? 0 : fail("a call failed");
 }

@@ -34,12 +34,14 @@ inline bool placeFile(const QString &directory, const QString &name)
 }
 
 #ifdef KAVRO_SERVER_BINARY
-//! Starts kavro-server on \a store and a free loopback port; the port, or 0.
-inline quint16 startServer(QProcess &server, const QString &store)
+//! Starts kavro-server on \a store and a free loopback port, with the further \a arguments; the port, or 0.
+inline quint16 startServer(QProcess &server, const QString &store, const QStringList &arguments = {})
 {
     server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start(QStringLiteral(KAVRO_SERVER_BINARY),
-                 {QStringLiteral("--store"), store, QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")});
+    server.start(
+        QStringLiteral(KAVRO_SERVER_BINARY),
+        QStringList{QStringLiteral("--store"), store, QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")}
+            + arguments);
     if (!server.waitForReadyRead(10000))
         return 0;
     return quint16(server.readLine().trimmed().toUInt());
