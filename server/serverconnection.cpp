@@ -44,6 +44,8 @@ ServerConnection::ServerConnection(QTcpSocket *socket, ArchiveServer *server, Co
 {
     socket->setParent(this);
     socket->setReadBufferSize(s_socketReadBuffer);
+    // Replies and handshake messages go out as they are written, not after the peer's delayed acknowledgement.
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     auto *ssl = qobject_cast<QSslSocket *>(socket);
     if (ssl) {
         connect(ssl, &QSslSocket::encrypted, this, &ServerConnection::encrypted);
