@@ -305,7 +305,7 @@ int main(int argc, char *argv[])
     Kavro::Server::StorePaths paths;
     ArchiveStore store;
     QString error;
-    if (!paths.create(directory.path(), QString(), &error) || !store.open(paths.database, &error)) {
+    if (!paths.create(directory.path(), QString(), QString(), &error) || !store.open(paths.database, &error)) {
         std::fprintf(stderr, "bench_server: %s\n", qPrintable(error));
         return 1;
     }

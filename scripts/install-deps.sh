@@ -21,6 +21,8 @@ packages=(
     xauth               # xvfb-run needs it
     fonts-dejavu-core   # text in the rendered dialogs
     libqt6sql6-sqlite   # the reference server's database driver
+    libqt6sql6-psql     # its driver for a catalogue on PostgreSQL
+    postgresql          # the throwaway cluster the tests start (initdb, pg_ctl)
     zlib1g-dev
     openssl             # certificates for the TLS tests and the demonstration
 )

@@ -90,10 +90,11 @@ ArchiveServer::~ArchiveServer()
     close();
 }
 
-bool ArchiveServer::open(const QString &storeDirectory, const QString &archiveRoot, QString *error)
+bool ArchiveServer::open(const QString &storeDirectory, const QString &archiveRoot, const QString &database,
+                         QString *error)
 {
     ArchiveStore store;
-    if (!m_paths.create(storeDirectory, archiveRoot, error) || !store.open(m_paths.database, error))
+    if (!m_paths.create(storeDirectory, archiveRoot, database, error) || !store.open(m_paths.database, error))
         return false;
     if (const int interrupted = rollBackInterruptedMoves(store, m_paths))
         logLine(QStringLiteral("%1 move(s) to network storage were cut off; the groups are back where they were")

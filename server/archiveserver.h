@@ -40,7 +40,8 @@ class ServerConnection;
  * \code
  * Kavro::Server::ArchiveServer server;
  * QString error;
- * if (server.open(QStringLiteral("/srv/kavro"), QString(), &error) && server.listen(QHostAddress::LocalHost, 5223))
+ * if (server.open(QStringLiteral("/srv/kavro"), QString(), QString(), &error)
+ *     && server.listen(QHostAddress::LocalHost, 5223))
  *     app.exec();
  * \endcode
  */
@@ -54,9 +55,10 @@ public:
 
     /*!
      * Opens the store in \a storeDirectory, creating its directories and
-     * database as needed, and puts back the groups whose move a crash cut off.
+     * database as needed (\a database: see StorePaths::create()), and puts
+     * back the groups whose move a crash cut off.
      */
-    bool open(const QString &storeDirectory, const QString &archiveRoot, QString *error);
+    bool open(const QString &storeDirectory, const QString &archiveRoot, const QString &database, QString *error);
     //! Takes effect for connections made afterwards.
     void setLimits(const ServerLimits &limits);
     bool listen(const QHostAddress &address, quint16 port);

@@ -9,6 +9,7 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QUrl>
 #include <QVariant>
 
 #include <atomic>
@@ -93,6 +94,33 @@ struct MigrationStep {
     const char *const *begin;
     const char *const *end;
 };
+
+// What differs between the databases the store runs on; every other statement is the same standard SQL on both.
+struct Dialect {
+    const char *driver;
+    //! Statements that prepare a new connection.
+    std::initializer_list<const char *> setUp;
+    const char *beginRead;
+    const char *beginWrite;
+    //! Appended to the SELECT of a group's row in a write transaction: locks the row against other connections'
+    //! changes until the transaction ends (SQLite's write transaction already excludes every other writer).
+    const char *lockRow;
+    //! Lets a migration step change keys that others refer to, checked when the step ends; null where none is.
+    const char *deferForeignKeys;
+};
+
+const Dialect s_sqlite{
+    "QSQLITE",
+    // several connections share the file: wait for each other's writes instead of failing;
+    // paths are compared with LIKE, which must not fold case as SQLite's does by default
+    {"PRAGMA busy_timeout=5000", "PRAGMA journal_mode=WAL", "PRAGMA foreign_keys=ON", "PRAGMA case_sensitive_like=ON"},
+    // a writer takes the write lock up front: a deferred read lock cannot always be upgraded
+    "BEGIN",
+    "BEGIN IMMEDIATE",
+    "",
+    "PRAGMA defer_foreign_keys=ON"};
+const Dialect s_postgresql{
+    "QPSQL", {"SET client_min_messages TO WARNING"}, "BEGIN TRANSACTION READ ONLY", "BEGIN", " FOR UPDATE", nullptr};
 
 // Step n brings a database of version n - 1 to version n.
 const MigrationStep s_migrationSteps[] = {
@@ -191,17 +219,27 @@ public:
     //! The records, without their files, of the groups g that \a clauses (WHERE, ORDER BY) select.
     QList<FileGroupData> records(const QString &clauses, const QVariantList &values);
 
-    QString driverName = QStringLiteral("QSQLITE");
+    //! Connects to the database \a name names: a postgresql:// URL, else an SQLite file.
+    bool connect(const QString &name, QString *error);
+
+    const Dialect *dialect = &s_sqlite;
     QString connectionName;
     QSqlDatabase db;
-    bool sqlite = false;
     int depth = 0; // open transaction levels; the inner ones are savepoints
+    bool writing = false; // the open transaction is a write transaction
 };
 
 // Prepares and runs one statement with its values bound in order. A failure is traced with the driver's text.
 bool ArchiveStore::Private::run(QSqlQuery &query, const QString &sql, const QVariantList &values)
 {
     query.setForwardOnly(true);
+    // Statements without values run as they are: some (BEGIN, CREATE) cannot be prepared everywhere.
+    if (values.isEmpty()) {
+        const bool ran = query.exec(sql);
+        if (!ran)
+            KAVRO_TRACE_WARNING(QStringLiteral("SQL failed: %1: %2").arg(sql, query.lastError().text()));
+        return ran;
+    }
     bool ok = query.prepare(sql);
     // A null text is stored as an empty one: texts are never NULL in the schema.
     for (int i = 0; ok && i < values.size(); ++i) {
@@ -224,13 +262,12 @@ bool ArchiveStore::Private::statement(const QString &sql)
 bool ArchiveStore::Private::begin(ArchiveStore::Access access)
 {
     bool ok;
-    if (depth > 0)
+    if (depth > 0) {
         ok = statement(QStringLiteral("SAVEPOINT kavro_") + QString::number(depth));
-    else if (sqlite) // a writer takes the write lock up front: a deferred read lock cannot always be upgraded
-        ok = statement(access == ArchiveStore::Access::Read ? QStringLiteral("BEGIN")
-                                                            : QStringLiteral("BEGIN IMMEDIATE"));
-    else
-        ok = db.transaction();
+    } else {
+        writing = access == ArchiveStore::Access::Write;
+        ok = statement(QLatin1String(writing ? dialect->beginWrite : dialect->beginRead));
+    }
     if (ok)
         ++depth;
     return ok;
@@ -248,12 +285,10 @@ bool ArchiveStore::Private::end(bool commit)
         statement(QStringLiteral("RELEASE SAVEPOINT ") + name);
         return false;
     }
-    if (commit && (sqlite ? statement(QStringLiteral("COMMIT")) : db.commit()))
+    writing = false;
+    if (commit && statement(QStringLiteral("COMMIT")))
         return true;
-    if (sqlite)
-        statement(QStringLiteral("ROLLBACK"));
-    else
-        db.rollback();
+    statement(QStringLiteral("ROLLBACK"));
     return false;
 }
 
@@ -314,7 +349,7 @@ bool ArchiveStore::Private::migrate(QString *error)
             return false;
         }
         // A step may change keys that others refer to: they are checked at the end of the step.
-        bool ok = !sqlite || statement(QStringLiteral("PRAGMA defer_foreign_keys=ON"));
+        bool ok = !dialect->deferForeignKeys || statement(QLatin1String(dialect->deferForeignKeys));
         if (ok && version < ArchiveStore::schemaVersion()) {
             const MigrationStep &step = s_migrationSteps[version];
             for (const char *const *sql = step.begin; ok && sql != step.end; ++sql)
@@ -331,10 +366,14 @@ bool ArchiveStore::Private::migrate(QString *error)
     }
 }
 
+// In a write transaction the group's row stays locked to the transaction, so that what is checked holds until
+// the change is written, whichever server of the archive writes alongside.
 KavroError ArchiveStore::Private::checkGroup(const QString &guid)
 {
     QSqlQuery query(db);
-    if (!run(query, QStringLiteral("SELECT 1 FROM file_groups WHERE guid = ?"), {guid}))
+    const QString sql = QStringLiteral("SELECT 1 FROM file_groups WHERE guid = ?")
+        + (writing ? QLatin1String(dialect->lockRow) : QLatin1String());
+    if (!run(query, sql, {guid}))
         return ErrorReadFileGroupFromDb;
     return query.next() ? NoError : ErrorGuidNotFound;
 }
@@ -342,13 +381,12 @@ KavroError ArchiveStore::Private::checkGroup(const QString &guid)
 // NoError when the file exists; else ErrorGuidNotFound for an unknown group, or \a missing.
 KavroError ArchiveStore::Private::checkFile(const QString &guid, quint32 id, KavroError missing)
 {
+    if (const KavroError group = checkGroup(guid); group != NoError)
+        return group;
     QSqlQuery query(db);
     if (!run(query, QStringLiteral("SELECT 1 FROM files WHERE guid = ? AND file_id = ?"), {guid, qint64(id)}))
         return ErrorReadFileFromDb;
-    if (query.next())
-        return NoError;
-    const KavroError group = checkGroup(guid);
-    return group == NoError ? missing : group;
+    return query.next() ? NoError : missing;
 }
 
 KavroError ArchiveStore::Private::touch(const QString &guid)
@@ -453,29 +491,50 @@ int ArchiveStore::schemaVersion()
     return int(std::size(s_migrationSteps));
 }
 
-bool ArchiveStore::open(const QString &path, QString *error, Schema schema)
+bool ArchiveStore::Private::connect(const QString &name, QString *error)
+{
+    const QUrl url(name);
+    const bool postgresql = url.scheme() == QLatin1String("postgresql") || url.scheme() == QLatin1String("postgres");
+    dialect = postgresql ? &s_postgresql : &s_sqlite;
+    connectionName = QStringLiteral("kavro-store-") + QString::number(++s_connectionCounter);
+    db = QSqlDatabase::addDatabase(QLatin1String(dialect->driver), connectionName);
+    if (!db.isValid()) {
+        *error = QStringLiteral("The SQL driver %1 is not available").arg(QLatin1String(dialect->driver));
+        return false;
+    }
+    if (postgresql) {
+        // The password comes from PGPASSWORD or ~/.pgpass, as libpq finds it: never from a command line.
+        if (!url.password().isEmpty()) {
+            *error = QStringLiteral("Give the database's password in PGPASSWORD or ~/.pgpass, not in the URL");
+            return false;
+        }
+        db.setHostName(url.host());
+        db.setPort(url.port(5432));
+        db.setUserName(url.userName());
+        db.setDatabaseName(url.path().mid(1));
+    } else {
+        db.setDatabaseName(name);
+    }
+    const QString shown = postgresql ? url.toDisplayString() : name;
+    if (!db.open()) {
+        *error = QStringLiteral("Cannot open %1: %2").arg(shown, db.lastError().text());
+        return false;
+    }
+    for (const char *sql : dialect->setUp) {
+        if (!statement(QLatin1String(sql))) {
+            *error = QStringLiteral("Cannot configure %1: %2").arg(shown, db.lastError().text());
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ArchiveStore::open(const QString &database, QString *error, Schema schema)
 {
     QString reason;
     d->close();
-    d->connectionName = QStringLiteral("kavro-store-") + QString::number(++s_connectionCounter);
-    d->db = QSqlDatabase::addDatabase(d->driverName, d->connectionName);
-    d->sqlite = d->driverName == QLatin1String("QSQLITE");
-    d->db.setDatabaseName(path);
-    if (!d->db.isValid()) {
-        reason = QStringLiteral("The SQL driver %1 is not available").arg(d->driverName);
-    } else if (!d->db.open()) {
-        reason = QStringLiteral("Cannot open %1: %2").arg(path, d->db.lastError().text());
-    } else if (d->sqlite
-               // several connections share the file: wait for each other's writes instead of failing
-               && !(d->statement(QStringLiteral("PRAGMA busy_timeout=5000"))
-                    && d->statement(QStringLiteral("PRAGMA journal_mode=WAL"))
-                    && d->statement(QStringLiteral("PRAGMA foreign_keys=ON"))
-                    // paths are compared with LIKE, which must not fold case as SQLite's does by default
-                    && d->statement(QStringLiteral("PRAGMA case_sensitive_like=ON")))) {
-        reason = QStringLiteral("Cannot configure %1: %2").arg(path, d->db.lastError().text());
-    } else if (schema == Schema::AsItIs || d->migrate(&reason)) {
+    if (d->connect(database, &reason) && (schema == Schema::AsItIs || d->migrate(&reason)))
         return true;
-    }
     KAVRO_TRACE_WARNING(reason);
     if (error)
         *error = reason;
@@ -502,7 +561,7 @@ QStringList ArchiveStore::integrityProblems()
         if (!tables.contains(QLatin1String(table)))
             problems.append(QStringLiteral("the table %1 is missing").arg(QLatin1String(table)));
     }
-    if (d->sqlite) {
+    if (d->dialect == &s_sqlite) {
         if (d->run(query, QStringLiteral("PRAGMA integrity_check"))) {
             while (query.next()) {
                 if (const QString line = query.value(0).toString(); line != QLatin1String("ok"))
@@ -570,6 +629,11 @@ KavroError ArchiveStore::createFileGroup(const FileGroupData &record)
 
 KavroError ArchiveStore::fileGroup(const QString &guid, FileGroupData *record)
 {
+    // A change reads the record it changes with the group's row locked.
+    if (d->writing) {
+        if (const KavroError group = d->checkGroup(guid); group != NoError)
+            return group;
+    }
     QSqlQuery query(d->db);
     if (!d->run(query,
                 QLatin1String("SELECT ") + s_recordColumns + QLatin1String(" FROM file_groups g WHERE g.guid = ?"),

@@ -31,11 +31,13 @@ struct StoredFile {
  * \brief The server's durable state: file groups, files, locks, references,
  * users and applications, in SQL.
  *
- * The only class that holds SQL. It uses standard SQL and types only, so a
- * PostgreSQL database can take the place of SQLite without changes to the
- * command logic. One instance serves one thread: each has its own database
- * connection. The methods run plain statements; callers group the statements
- * of one request with inTransaction().
+ * The only class that holds SQL, the same standard SQL on SQLite and on
+ * PostgreSQL; what differs between them is kept in one table of the source.
+ * One instance serves one thread: each has its own database connection. The
+ * methods run plain statements; callers group the statements of one request
+ * with inTransaction(). In a write transaction a group's row is locked from
+ * its first check on, so that several servers can share one PostgreSQL
+ * database: what a change checked still holds when it writes.
  */
 class ArchiveStore
 {
@@ -49,11 +51,12 @@ public:
     enum class Schema { Migrate, AsItIs };
 
     /*!
-     * Opens the SQLite database at \a path, creating it when missing, and
-     * brings its schema to the current version unless told not to. On
-     * failure returns false with the reason in \a error.
+     * Opens \a database: a URL postgresql://USER@HOST:PORT/NAME (the
+     * password from PGPASSWORD or ~/.pgpass), else the path of an SQLite
+     * file, created when missing. Brings its schema to the current version
+     * unless told not to. On failure returns false with the reason in \a error.
      */
-    bool open(const QString &path, QString *error, Schema schema = Schema::Migrate);
+    bool open(const QString &database, QString *error, Schema schema = Schema::Migrate);
     /*!
      * What is wrong with the database itself: a schema of another version,
      * missing tables, damage the database finds in itself; empty when nothing.

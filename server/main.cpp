@@ -222,6 +222,18 @@ int checkStore(const Kavro::Server::StorePaths &paths, bool repair)
     std::printf("%s\n", clean ? "the store matches its database" : "the store does not match its database");
     return clean ? 0 : 1;
 }
+// Applies the migrations the database lacks.
+int migrateStore(const Kavro::Server::StorePaths &paths)
+{
+    Kavro::Server::ArchiveStore store;
+    QString error;
+    if (!store.open(paths.database, &error)) {
+        logLine(QStringLiteral("cannot bring the database up to date: %1").arg(error));
+        return 1;
+    }
+    std::printf("the database's schema is at version %d\n", Kavro::Server::ArchiveStore::schemaVersion());
+    return 0;
+}
 } // namespace
 
 int main(int argc, char *argv[])
@@ -252,9 +264,16 @@ int main(int argc, char *argv[])
                                                   "and exit: 0 when all matches, 1 otherwise. Serves nothing."));
     const QCommandLineOption repair(QStringLiteral("repair"),
                                     QStringLiteral("With --check: remove what no record names (orphans)."));
+    const QCommandLineOption database(
+        QStringLiteral("database"),
+        QStringLiteral("The catalogue's database: postgresql://USER@HOST:PORT/NAME, the password from PGPASSWORD or "
+                       "~/.pgpass (default: the SQLite file DIR/kavro.sqlite)."),
+        QStringLiteral("URL"));
+    const QCommandLineOption migrate(
+        QStringLiteral("migrate"), QStringLiteral("Bring the database's schema up to date and exit. Serves nothing."));
     const TlsOptions tlsOptions;
-    parser.addOptions({store, listen, compress, archiveRoot, check, repair, tlsOptions.certificate, tlsOptions.key,
-                       tlsOptions.clientCa, tlsOptions.admin, tlsOptions.insecure});
+    parser.addOptions({store, listen, compress, archiveRoot, database, migrate, check, repair, tlsOptions.certificate,
+                       tlsOptions.key, tlsOptions.clientCa, tlsOptions.admin, tlsOptions.insecure});
     const ServerLimits defaults;
     const std::vector<LimitOption> limits = limitOptions(defaults);
     for (const LimitOption &limit : limits)
@@ -293,17 +312,17 @@ int main(int argc, char *argv[])
         logLine(QStringLiteral("--repair goes with --check"));
         return 2;
     }
-    if (parser.isSet(check)) {
+    if (parser.isSet(check) || parser.isSet(migrate)) {
         Kavro::Server::StorePaths paths;
-        if (!paths.create(parser.value(store), parser.value(archiveRoot), &error)) {
+        if (!paths.create(parser.value(store), parser.value(archiveRoot), parser.value(database), &error)) {
             logLine(QStringLiteral("cannot open the store: %1").arg(error));
             return 1;
         }
-        return checkStore(paths, parser.isSet(repair));
+        return parser.isSet(check) ? checkStore(paths, parser.isSet(repair)) : migrateStore(paths);
     }
 
     Kavro::Server::ArchiveServer server;
-    if (!server.open(parser.value(store), parser.value(archiveRoot), &error)) {
+    if (!server.open(parser.value(store), parser.value(archiveRoot), parser.value(database), &error)) {
         logLine(QStringLiteral("cannot open the store: %1").arg(error));
         return 1;
     }

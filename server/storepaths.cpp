@@ -20,12 +20,13 @@ QString canonicalDirectory(const QString &path, QString *error)
 }
 } // namespace
 
-bool StorePaths::create(const QString &storeDirectory, const QString &archiveRootDirectory, QString *error)
+bool StorePaths::create(const QString &storeDirectory, const QString &archiveRootDirectory, const QString &catalogue,
+                        QString *error)
 {
     const QString store = canonicalDirectory(storeDirectory, error);
     if (store.isEmpty())
         return false;
-    database = store + QLatin1String("/kavro.sqlite");
+    database = catalogue.isEmpty() ? store + QLatin1String("/kavro.sqlite") : catalogue;
     data = canonicalDirectory(store + QLatin1String("/data"), error);
     nas = canonicalDirectory(store + QLatin1String("/nas"), error);
     archiveRoot = canonicalDirectory(

@@ -14,10 +14,14 @@ namespace Kavro::Server
  * against these before it is used.
  */
 struct StorePaths {
-    //! Creates the directories of a store in \a storeDirectory; false with \a error when one cannot be made.
-    bool create(const QString &storeDirectory, const QString &archiveRootDirectory, QString *error);
+    /*!
+     * Creates the directories of a store in \a storeDirectory; false with \a error when one cannot be made. The
+     * catalogue is \a database (see ArchiveStore::open()), else the store's SQLite file kavro.sqlite.
+     */
+    bool create(const QString &storeDirectory, const QString &archiveRootDirectory, const QString &database,
+                QString *error);
 
-    QString database;
+    QString database; //!< the catalogue: a postgresql:// URL or an SQLite file
     QString data; //!< the storage directory clients lay their file groups out in
     QString nas; //!< network storage: where MoveToNas copies to
     QString archiveRoot; //!< the only place archives are exported to and imported from

@@ -3,6 +3,8 @@
 #ifndef KAVRO_TESTS_SERVERPROCESS_H
 #define KAVRO_TESTS_SERVERPROCESS_H
 
+#include "testdatabase.h"
+
 #include <QDeadlineTimer>
 #include <QProcess>
 #include <QStringList>
@@ -12,8 +14,9 @@
 #include <sys/resource.h>
 
 /*!
- * The archive server as a child process on 127.0.0.1. start() waits for the port it prints first, stop() is
- * true only for a clean exit; either shows what the server wrote to stderr when it fails.
+ * The archive server as a child process on 127.0.0.1, its catalogue in testDatabase(). start() waits for the port
+ * it prints first, stop() is true only for a clean exit; either shows what the server wrote to stderr when it
+ * fails.
  */
 class ServerProcess
 {
@@ -31,7 +34,8 @@ public:
     {
         m_port = 0;
         m_stderr.clear();
-        m_process.setArguments(QStringList{QStringLiteral("--store"), storeDir, QStringLiteral("--listen"),
+        m_process.setArguments(QStringList{QStringLiteral("--store"), storeDir, QStringLiteral("--database"),
+                                           testDatabase(storeDir), QStringLiteral("--listen"),
                                            QStringLiteral("127.0.0.1:%1").arg(port)}
                                + extraArguments);
         m_process.start();

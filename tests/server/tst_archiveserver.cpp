@@ -7,6 +7,7 @@
 #include "serverprocess.h"
 #include "temporarysettings.h"
 #include "testcertificates.h"
+#include "testdatabase.h"
 
 #include <kavro/filequery.h>
 #include <kavro/kavroclient.h>
@@ -533,7 +534,7 @@ void tst_ArchiveServer::interruptedMoveRolledBack()
     // As a crash in the middle of a move leaves it: the state says moving, a part is copied.
     {
         Server::ArchiveStore database;
-        QVERIFY(database.open(own.store.filePath(QStringLiteral("kavro.sqlite")), nullptr));
+        QVERIFY(database.open(testDatabase(own.store.path()), nullptr));
         QCOMPARE(database.setLocationState(guid, LocationCentralNotMoved, 33), NoError);
     }
     const QString copy = own.store.filePath(QStringLiteral("nas/")) + guid;
@@ -561,7 +562,9 @@ void tst_ArchiveServer::checkAndRepair()
     const auto check = [&](const QStringList &extra, QByteArray *output) {
         QProcess process;
         process.start(QString::fromUtf8(KAVRO_SERVER_BINARY),
-                      QStringList{QStringLiteral("--store"), own.store.path(), QStringLiteral("--check")} + extra);
+                      QStringList{QStringLiteral("--store"), own.store.path(), QStringLiteral("--database"),
+                                  testDatabase(own.store.path()), QStringLiteral("--check")}
+                          + extra);
         const bool ended = process.waitForFinished(Timeout);
         *output = process.readAllStandardOutput();
         return ended ? process.exitCode() : -1;

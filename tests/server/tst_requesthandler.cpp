@@ -4,6 +4,7 @@
 #include "messages_p.h"
 #include "requesthandler.h"
 #include "storepaths.h"
+#include "testdatabase.h"
 
 #include <QDir>
 #include <QFile>
@@ -88,7 +89,8 @@ void tst_RequestHandler::initTestCase()
 {
     m_dir = std::make_unique<QTemporaryDir>();
     QString error;
-    QVERIFY2(m_paths.create(m_dir->filePath(QStringLiteral("store")), QString(), &error), qPrintable(error));
+    const QString store = m_dir->filePath(QStringLiteral("store"));
+    QVERIFY2(m_paths.create(store, QString(), testDatabase(store), &error), qPrintable(error));
     m_store = std::make_unique<ArchiveStore>();
     QVERIFY2(m_store->open(m_paths.database, &error), qPrintable(error));
     m_limits.maxFieldLength = 100;
