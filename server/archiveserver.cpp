@@ -31,6 +31,9 @@ constexpr int s_acceptRetryMs = 1000;
 constexpr qint64 s_acceptFailureLogMs = 60000;
 // The most connections taken in one turn of the event loop.
 constexpr int s_acceptBatch = 64;
+// How often a server says that it is alive, and for how long each time: a server silent for longer is gone.
+constexpr int s_heartbeatMs = 5000;
+constexpr qint64 s_aliveForMs = 20000;
 
 /*!
  * The store of the calling worker thread for \a database, opened on first use and kept for the thread's life:
@@ -71,7 +74,16 @@ void logRefusal(const QString &peer, const SoapMessage &reply)
 
 ArchiveServer::ArchiveServer(QObject *parent)
     : QObject(parent)
+    , m_serverId(QUuid::createUuid().toString(QUuid::WithoutBraces))
 {
+    m_heartbeat.setInterval(s_heartbeatMs);
+    connect(&m_heartbeat, &QTimer::timeout, this, [this] {
+        m_requests.start([this] {
+            QString error;
+            if (ArchiveStore *store = threadStore(m_paths.database, &error))
+                beat(*store);
+        });
+    });
     m_acceptRetry.setSingleShot(true);
     m_acceptRetry.setInterval(s_acceptRetryMs);
     connect(&m_acceptRetry, &QTimer::timeout, this, [this] {
@@ -96,10 +108,20 @@ bool ArchiveServer::open(const QString &storeDirectory, const QString &archiveRo
     ArchiveStore store;
     if (!m_paths.create(storeDirectory, archiveRoot, database, error) || !store.open(m_paths.database, error))
         return false;
-    if (const int interrupted = rollBackInterruptedMoves(store, m_paths))
+    beat(store);
+    m_heartbeat.start();
+    return true;
+}
+
+void ArchiveServer::beat(ArchiveStore &store)
+{
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (store.beat(m_serverId, now + s_aliveForMs) != NoError)
+        logLine(QStringLiteral("cannot tell the database that this server is alive; other servers may put back "
+                               "its moves"));
+    if (const int interrupted = rollBackInterruptedMoves(store, m_paths, now))
         logLine(QStringLiteral("%1 move(s) to network storage were cut off; the groups are back where they were")
                     .arg(interrupted));
-    return true;
 }
 
 void ArchiveServer::setLimits(const ServerLimits &limits)
@@ -154,8 +176,16 @@ void ArchiveServer::close()
     const QList<ServerConnection *> connections = m_connections.values();
     for (ServerConnection *connection : connections)
         connection->close();
+    const bool opened = m_heartbeat.isActive();
+    m_heartbeat.stop();
     m_requests.waitForDone();
     m_transfers.waitForDone();
+    // Gone, not silent: the others need not wait for this server's heartbeat to lapse.
+    if (opened) {
+        ArchiveStore store;
+        if (store.open(m_paths.database, nullptr, ArchiveStore::Schema::AsItIs))
+            store.forgetServer(m_serverId);
+    }
 }
 
 void ArchiveServer::acceptConnections()
@@ -370,7 +400,7 @@ void ArchiveServer::startMove(ConnectionId origin, const QString &requestId, con
             ArchiveStore *store = threadStore(m_paths.database, &error);
             const KavroError outcome = store
                 ? moveGroup(
-                    *store, m_paths, guid,
+                    *store, m_paths, guid, m_serverId,
                     [&](double progress) {
                         store->inTransaction([&] {
                             return store->setLocationState(guid, LocationCentralNotMoved, progress);

@@ -37,6 +37,11 @@ class ServerConnection;
  * imports and the copies of moves run on a pool of their own. Each
  * connection's requests are answered one after the other, in order.
  *
+ * Several servers may share one database and one storage directory. Each
+ * says in the database, every few seconds, that it is alive; a move belongs
+ * to the server that started it, and the moves of a server that has stopped
+ * saying so are put back by the others.
+ *
  * \code
  * Kavro::Server::ArchiveServer server;
  * QString error;
@@ -99,7 +104,13 @@ private:
     void requestConversion(const QString &guid, FileType type, const QString &path) override;
     bool answersConversion(ConnectionId origin, const QString &guid, bool finished) override;
     void startMove(ConnectionId origin, const QString &requestId, const QString &guid) override;
+    QString serverId() const override { return m_serverId; }
 
+    //! Says in the database that this server is alive, and puts back the moves of servers that are gone.
+    void beat(ArchiveStore &store);
+
+    const QString m_serverId;
+    QTimer m_heartbeat;
     QTcpServer m_listener;
     QSocketNotifier *m_acceptNotifier = nullptr;
     QTimer m_acceptRetry;

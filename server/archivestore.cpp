@@ -90,6 +90,15 @@ const char *const s_schemaStep2[] = {
     "CREATE INDEX file_groups_path ON file_groups (path)",
 };
 
+// Several servers on one archive: each says until when it is alive, and a move belongs to the server that
+// started it, so that only the moves of servers that are gone are put back.
+const char *const s_schemaStep3[] = {
+    "CREATE TABLE servers (id VARCHAR(64) NOT NULL PRIMARY KEY, alive_until BIGINT NOT NULL)",
+    "CREATE TABLE moves ("
+    " guid VARCHAR(255) NOT NULL PRIMARY KEY REFERENCES file_groups (guid) ON DELETE CASCADE,"
+    " server_id VARCHAR(64) NOT NULL)",
+};
+
 struct MigrationStep {
     const char *const *begin;
     const char *const *end;
@@ -126,6 +135,7 @@ const Dialect s_postgresql{
 const MigrationStep s_migrationSteps[] = {
     {std::begin(s_schemaStep1), std::end(s_schemaStep1)},
     {std::begin(s_schemaStep2), std::end(s_schemaStep2)},
+    {std::begin(s_schemaStep3), std::end(s_schemaStep3)},
 };
 
 // The columns of a record as fileGroup() and query() read them, the group aliased as g.
@@ -675,6 +685,7 @@ KavroError ArchiveStore::deleteFileGroup(const QString &guid)
     });
 }
 
+// A group that leaves the state "being moved" is no server's move any longer.
 KavroError ArchiveStore::setLocationState(const QString &guid, LocationState state, double progress)
 {
     QSqlQuery query(d->db);
@@ -683,7 +694,11 @@ KavroError ArchiveStore::setLocationState(const QString &guid, LocationState sta
                                " WHERE guid = ?"),
                 {int(state), progress, nowValue(), guid}))
         return ErrorUpdateFileGroupInDb;
-    return query.numRowsAffected() > 0 ? NoError : ErrorGuidNotFound;
+    if (query.numRowsAffected() == 0)
+        return ErrorGuidNotFound;
+    if (state != LocationCentralNotMoved && !d->run(query, QStringLiteral("DELETE FROM moves WHERE guid = ?"), {guid}))
+        return ErrorUpdateFileGroupInDb;
+    return NoError;
 }
 
 KavroError ArchiveStore::locationState(const QString &guid, LocationState *state, double *progress)
@@ -727,9 +742,55 @@ QString ArchiveStore::groupUsingPath(const QString &path, const QString &exceptG
     return query.next() ? query.value(0).toString() : QString();
 }
 
-QList<FileGroupData> ArchiveStore::fileGroupsInState(LocationState state)
+QList<FileGroupData> ArchiveStore::abandonedMoves(qint64 now)
 {
-    return d->records(QStringLiteral(" WHERE g.location_state = ?"), {int(state)});
+    return d->records(QStringLiteral(" WHERE g.location_state = ? AND NOT EXISTS (SELECT 1 FROM moves m"
+                                     " JOIN servers s ON s.id = m.server_id WHERE m.guid = g.guid"
+                                     " AND s.alive_until >= ?)"),
+                      {int(LocationCentralNotMoved), now});
+}
+
+KavroError ArchiveStore::claimMove(const QString &guid, const QString &server)
+{
+    return d->onGroup(guid, [&] {
+        QSqlQuery query(d->db);
+        return d->run(query, QStringLiteral("DELETE FROM moves WHERE guid = ?"), {guid})
+                && d->run(query, QStringLiteral("INSERT INTO moves (guid, server_id) VALUES (?, ?)"), {guid, server})
+            ? NoError
+            : ErrorUpdateFileGroupInDb;
+    });
+}
+
+bool ArchiveStore::ownsMove(const QString &guid, const QString &server)
+{
+    QSqlQuery query(d->db);
+    return d->checkGroup(guid) == NoError
+        && d->run(query, QStringLiteral("SELECT 1 FROM moves WHERE guid = ? AND server_id = ?"), {guid, server})
+        && query.next();
+}
+
+KavroError ArchiveStore::beat(const QString &server, qint64 aliveUntil)
+{
+    return d->transaction([&] {
+        QSqlQuery query(d->db);
+        if (!d->run(query, QStringLiteral("UPDATE servers SET alive_until = ? WHERE id = ?"), {aliveUntil, server}))
+            return ErrorUpdateFileGroupInDb;
+        if (query.numRowsAffected() > 0)
+            return NoError;
+        return d->run(query, QStringLiteral("INSERT INTO servers (id, alive_until) VALUES (?, ?)"),
+                      {server, aliveUntil})
+            ? NoError
+            : ErrorUpdateFileGroupInDb;
+    });
+}
+
+void ArchiveStore::forgetServer(const QString &server)
+{
+    d->transaction([&] {
+        QSqlQuery query(d->db);
+        return d->run(query, QStringLiteral("DELETE FROM servers WHERE id = ?"), {server}) ? NoError
+                                                                                           : ErrorUpdateFileGroupInDb;
+    });
 }
 
 QList<FileGroupData> ArchiveStore::allFileGroups()

@@ -93,8 +93,23 @@ public:
      * lies inside it or contains it; empty when there is none.
      */
     QString groupUsingPath(const QString &path, const QString &exceptGuid = QString());
-    //! The records in \a state, without their files.
-    QList<FileGroupData> fileGroupsInState(LocationState state);
+    /*!
+     * The groups being moved whose server is gone: it has said it is alive
+     * until before \a now (milliseconds since the epoch), or no server claims
+     * the move at all. Without their files.
+     */
+    QList<FileGroupData> abandonedMoves(qint64 now);
+    //! Records that \a server moves the group \a guid; leaving the state "being moved" ends the claim.
+    KavroError claimMove(const QString &guid, const QString &server);
+    //! True while \a server is the one that moves \a guid; in a write transaction the group's row stays locked.
+    bool ownsMove(const QString &guid, const QString &server);
+
+    // Servers sharing the archive.
+
+    //! Records that \a server is alive until \a aliveUntil (milliseconds since the epoch).
+    KavroError beat(const QString &server, qint64 aliveUntil);
+    //! Forgets \a server, which stops.
+    void forgetServer(const QString &server);
     //! Every record with its files, for checking the store against the database.
     QList<FileGroupData> allFileGroups();
 

@@ -293,7 +293,7 @@ KavroError importArchives(ArchiveStore &store, const StorePaths &paths, const QS
     return stored;
 }
 
-KavroError moveGroup(ArchiveStore &store, const StorePaths &paths, const QString &guid,
+KavroError moveGroup(ArchiveStore &store, const StorePaths &paths, const QString &guid, const QString &server,
                      const std::function<void(double)> &progress, const StopRequested &stop)
 {
     FileGroupData group;
@@ -316,8 +316,10 @@ KavroError moveGroup(ArchiveStore &store, const StorePaths &paths, const QString
     } else {
         copied = false;
     }
+    bool owner = true;
     const KavroError outcome = store.inTransaction([&] {
-        if (!copied)
+        owner = store.ownsMove(guid, server);
+        if (!copied || !owner)
             return ErrorMoveFileGroup;
         const KavroError moved = store.setPath(guid, target);
         return moved != NoError ? moved : store.setLocationState(guid, LocationRemote, 100);
@@ -329,15 +331,17 @@ KavroError moveGroup(ArchiveStore &store, const StorePaths &paths, const QString
     }
     if (copied)
         removeEntry(nas.get(), guid);
-    store.inTransaction([&] {
-        return store.setLocationState(guid, LocationCentral, 0);
-    });
+    if (owner) {
+        store.inTransaction([&] {
+            return store.setLocationState(guid, LocationCentral, 0);
+        });
+    }
     return ErrorMoveFileGroup;
 }
 
-int rollBackInterruptedMoves(ArchiveStore &store, const StorePaths &paths)
+int rollBackInterruptedMoves(ArchiveStore &store, const StorePaths &paths, qint64 now)
 {
-    const QList<FileGroupData> interrupted = store.fileGroupsInState(LocationCentralNotMoved);
+    const QList<FileGroupData> interrupted = store.abandonedMoves(now);
     for (const FileGroupData &group : interrupted) {
         const QString copy = paths.nas + QLatin1Char('/') + group.getGuid();
         if (group.getPath() != copy && store.groupUsingPath(copy, group.getGuid()).isEmpty())

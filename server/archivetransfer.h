@@ -59,21 +59,23 @@ KavroError importArchives(ArchiveStore &store, const StorePaths &paths, const QS
                           const StopRequested &stop);
 
 /*!
- * Copies the files of \a guid, which is in state "Central not moved", to
- * "nas/<guid>" and makes it Remote there, reporting after each file but the
- * last the share of the bytes copied so far, in percent. The old directory
- * goes once the new one is the group's. A failed copy leaves the group
- * Central where it was: ErrorMoveFileGroup.
+ * Copies the files of \a guid, which is in state "Central not moved" and
+ * claimed by \a server, to "nas/<guid>" and makes it Remote there,
+ * reporting after each file but the last the share of the bytes copied so
+ * far, in percent. The old directory goes once the new one is the group's.
+ * A failed copy leaves the group Central where it was: ErrorMoveFileGroup.
+ * So does a move that another server put back meanwhile, taking \a server
+ * for gone; its copy is removed and the group left as that server left it.
  */
-KavroError moveGroup(ArchiveStore &store, const StorePaths &paths, const QString &guid,
+KavroError moveGroup(ArchiveStore &store, const StorePaths &paths, const QString &guid, const QString &server,
                      const std::function<void(double)> &progress, const StopRequested &stop);
 
 /*!
- * Puts back in their place the groups a crash left in the middle of a move:
- * Central, in their old directory; a copy already made is removed.
- * Returns how many there were.
+ * Puts back in their place the groups in the middle of a move whose server
+ * is gone (ArchiveStore::abandonedMoves() at \a now): Central, in their old
+ * directory; a copy already made is removed. Returns how many there were.
  */
-int rollBackInterruptedMoves(ArchiveStore &store, const StorePaths &paths);
+int rollBackInterruptedMoves(ArchiveStore &store, const StorePaths &paths, qint64 now);
 
 //! Removes a group's directory, and the directories above it that it leaves empty.
 void removeGroupDirectory(const StorePaths &paths, const QString &directory);

@@ -571,6 +571,9 @@ KavroError RequestHandler::moveToNas(Request &request)
     if (!openGroupDirectory(m_paths, group.getPath()).isValid())
         return request.fail(ErrorMoveFileGroup, QStringLiteral("The file group's directory does not open"));
     error = m_store.setLocationState(group.getGuid(), LocationCentralNotMoved, 0);
+    // Claimed with the state, so that no other server takes the move for one whose server is gone.
+    if (error == NoError && m_events)
+        error = m_store.claimMove(group.getGuid(), m_events->serverId());
     if (error == NoError && m_events) {
         request.committed.append(
             [events = m_events, origin = request.caller.connection, id = request.in.requestId, guid = group.getGuid()] {

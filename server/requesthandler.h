@@ -50,6 +50,8 @@ public:
     virtual bool answersConversion(ConnectionId origin, const QString &guid, bool finished) = 0;
     //! Starts copying a group to network storage; progress goes to \a origin under \a requestId.
     virtual void startMove(ConnectionId origin, const QString &requestId, const QString &guid) = 0;
+    //! Names this server among those that share the archive: its moves are claimed under it.
+    virtual QString serverId() const = 0;
 };
 
 /*!

@@ -131,7 +131,7 @@ std::unique_ptr<KavroReply> finished(KavroReply *reply)
 {
     std::unique_ptr<KavroReply> owned(reply);
     QSignalSpy done(reply, &KavroReply::finished);
-    return done.wait(Timeout) && done.size() == 1 ? std::move(owned) : nullptr;
+    return reply->isFinished() || (done.wait(Timeout) && done.size() == 1) ? std::move(owned) : nullptr;
 }
 
 } // namespace
@@ -158,6 +158,7 @@ private Q_SLOTS:
     void tlsChannel();
     void provedUsers_data();
     void provedUsers();
+    void twoServersOneArchive();
 
 private:
     bool startServer(const QStringList &extraArguments = QStringList());
@@ -931,6 +932,60 @@ void tst_KavroServer::provedUsers()
     QTRY_VERIFY_WITH_TIMEOUT(audited.match(QString::fromUtf8(m_server->errorOutput())).hasMatch(), Timeout);
     if (action == Action::Release && error == NoError)
         QCOMPARE(query(*alice, with(&FileQuery::SetLockUser, QStringLiteral("alice"))), QStringList());
+}
+
+// Two servers on one catalogue and one storage directory: a lock taken through one holds for the other, and
+// files added through both at once get ids of their own.
+void tst_KavroServer::twoServersOneArchive()
+{
+    QVERIFY(startServer());
+    ServerProcess second;
+    QVERIFY(second.start(m_store->path()));
+    // Four users, two on each server.
+    std::vector<std::unique_ptr<KavroClient>> clients;
+    for (const char *user : {"alice", "bob", "carol", "dave"}) {
+        clients.push_back(connectClient(clients.size() % 2 ? second.port() : m_server->port(), QLatin1String(user)));
+        QVERIFY(clients.back());
+    }
+    KavroClient &alice = *clients.front();
+    QString directory;
+    const QString guid = createGroupWithFile(alice, QStringLiteral("shared"), FileTypeImage, "x",
+                                             QStringLiteral("content.bin"), &directory);
+    QVERIFY(!guid.isEmpty());
+
+    // All ask for the write lock at once, again and again: exactly one gets it each time.
+    for (int round = 0; round < 30; ++round) {
+        QList<KavroReply *> asked;
+        for (const auto &client : clients)
+            asked.append(client->RequestFileRequest(1, guid, LockWrite));
+        KavroClient *holder = nullptr;
+        for (qsizetype i = 0; i < asked.size(); ++i) {
+            const auto reply = finished(asked.at(i));
+            QVERIFY(reply);
+            QVERIFY2(reply->error() == NoError ? !std::exchange(holder, clients.at(i).get())
+                                               : reply->error() == ErrorFileGroupLocked,
+                     qPrintable(reply->errorString()));
+        }
+        QVERIFY(holder);
+        QCOMPARE(finished(holder->CloseFileRequest(1, guid))->error(), NoError);
+    }
+
+    // Files added through both servers at once: every one gets an id, no id twice.
+    QList<KavroReply *> additions;
+    for (int i = 0; i < 40; ++i) {
+        const QString path = QDir(directory).filePath(QStringLiteral("f%1.bin").arg(i));
+        QVERIFY(writeFile(path, "f"));
+        additions.append(clients.at(i % clients.size())->AddFileRequest(path, guid));
+    }
+    QSet<quint32> ids{1};
+    for (KavroReply *addition : std::as_const(additions)) {
+        const auto added = finished(addition);
+        QVERIFY(added && added->error() == NoError);
+        ids.insert(added->fileId());
+    }
+    QCOMPARE(ids.size(), 41);
+    QCOMPARE(metaData(*clients.back(), guid).getFileList().size(), 41);
+    QVERIFY(second.stop());
 }
 
 QTEST_GUILESS_MAIN(tst_KavroServer)

@@ -129,6 +129,7 @@ private Q_SLOTS:
     void boundedUnderLoad();
     void connectionsBounded_data();
     void connectionsBounded();
+    void interruptedMoveRolledBack_data();
     void interruptedMoveRolledBack();
     void checkAndRepair();
     void commandLine_data();
@@ -524,8 +525,17 @@ void tst_ArchiveServer::connectionsBounded()
     QCOMPARE(own.server.errorOutput().count(logged), 1);
 }
 
+void tst_ArchiveServer::interruptedMoveRolledBack_data()
+{
+    QTest::addColumn<int>("ownerAliveMs"); // how much longer the server that claims the move says it is alive
+    QTest::newRow("nobody's move: put back at start") << -1;
+    QTest::newRow("another server's move: left alone until that server falls silent") << 3000;
+}
+
+// A move cut off by a crash is put back, but not the move of another server of the archive that is still alive.
 void tst_ArchiveServer::interruptedMoveRolledBack()
 {
+    QFETCH(int, ownerAliveMs);
     OwnServer own;
     QString guid;
     QVERIFY(own.start() && !(guid = own.addGroup({QStringLiteral("file.bin")})).isEmpty());
@@ -536,12 +546,22 @@ void tst_ArchiveServer::interruptedMoveRolledBack()
         Server::ArchiveStore database;
         QVERIFY(database.open(testDatabase(own.store.path()), nullptr));
         QCOMPARE(database.setLocationState(guid, LocationCentralNotMoved, 33), NoError);
+        if (ownerAliveMs > 0) {
+            QCOMPARE(database.claimMove(guid, QStringLiteral("other")), NoError);
+            QCOMPARE(database.beat(QStringLiteral("other"), QDateTime::currentMSecsSinceEpoch() + ownerAliveMs),
+                     NoError);
+        }
     }
     const QString copy = own.store.filePath(QStringLiteral("nas/")) + guid;
     QVERIFY(QDir().mkpath(copy) && writeFile(copy + QLatin1String("/file.bin"), "fil"));
     QVERIFY(own.start());
-    QVERIFY(own.server.waitForLog("1 move(s) to network storage were cut off"));
     std::unique_ptr<KavroReply> reply;
+    if (ownerAliveMs > 0) {
+        QCOMPARE(errorOf(own.client->QueryLocationStateProgressRequest(guid), &reply), int(NoError));
+        QCOMPARE(reply->locationState(), LocationCentralNotMoved);
+        QVERIFY(QFileInfo::exists(copy));
+    }
+    QVERIFY(own.server.waitForLog("1 move(s) to network storage were cut off", 30000));
     QCOMPARE(errorOf(own.client->QueryLocationStateProgressRequest(guid), &reply), int(NoError));
     QCOMPARE(reply->locationState(), LocationCentral);
     QVERIFY(!QFileInfo::exists(copy));
