@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 Kavro developers
 # SPDX-License-Identifier: MIT
-# Script mode: install, run the installed tools, then build and run the
+# Script mode: install, run the installed tools, check the systemd unit, then build and run the
 # consumer project two ways; with WIDGETS, its Kavro::Widgets program too.
 
 function(run)
@@ -21,6 +21,13 @@ foreach(tool kavro kavro-server)
     run(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH "${prefix}/bin/${tool}" --version)
     message(STATUS "installed ${last_output}")
 endforeach()
+
+# The systemd unit is installed and starts the server of this prefix, also one given only at install time.
+file(STRINGS "${prefix}/lib/systemd/system/kavro-server.service" exec_start REGEX "^ExecStart=")
+string(FIND "${exec_start}" "ExecStart=${prefix}/bin/kavro-server " at)
+if(NOT at EQUAL 0)
+    message(FATAL_ERROR "The installed unit starts \"${exec_start}\", not ${prefix}/bin/kavro-server")
+endif()
 
 set(flags "")
 if(SANITIZE)
