@@ -64,6 +64,13 @@ public:
         return true;
     }
 
+    //! Kills the server as a crash would, and waits until it is gone.
+    void kill()
+    {
+        m_process.kill();
+        m_process.waitForFinished(10000);
+    }
+
     //! Waits for the server to exit by itself; its exit code, or -1 when it did not in time.
     int waitForExit()
     {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "kavroclient_p.h"
 #include "serverprocess.h"
+#include "tcpforwarder.h"
 #include "temporarysettings.h"
 #include "testcertificates.h"
 #include "xmlseparator_p.h"
@@ -159,6 +160,7 @@ private Q_SLOTS:
     void provedUsers_data();
     void provedUsers();
     void twoServersOneArchive();
+    void serverKilledMidStream();
 
 private:
     bool startServer(const QStringList &extraArguments = QStringList());
@@ -985,6 +987,50 @@ void tst_KavroServer::twoServersOneArchive()
     }
     QCOMPARE(ids.size(), 41);
     QCOMPARE(metaData(*clients.back(), guid).getFileList().size(), 41);
+    QVERIFY(second.stop());
+}
+
+// A server killed in the middle of a stream of creations loses none it acknowledged, and its client carries on
+// through the other server of the archive once the balancer in front sends it there.
+void tst_KavroServer::serverKilledMidStream()
+{
+    QVERIFY(startServer());
+    ServerProcess second;
+    QVERIFY(second.start(m_store->path()));
+    TcpForwarder balancer;
+    QVERIFY(balancer.listen(m_server->port()));
+    const auto client = connectClient(balancer.port(), QStringLiteral("alice"));
+    QVERIFY(client);
+
+    QStringList acknowledged;
+    int afterKill = 0;
+    const QDeadlineTimer deadline(60000);
+    for (int i = 0; afterKill < 10 && !deadline.hasExpired(); ++i) {
+        if (i == 10) {
+            m_server->kill();
+            balancer.setTarget(second.port());
+        }
+        // Several at once, so that the kill meets some on the wire.
+        QList<KavroReply *> sent;
+        for (int j = 0; j < 4; ++j)
+            sent.append(client->CreateFileGroupRequest(QStringLiteral("1"), LifeCycleBase, QString(), QString(),
+                                                       FileTypeImage, 0, QStringLiteral("stream")));
+        for (KavroReply *reply : std::as_const(sent)) {
+            const auto done = finished(reply);
+            QVERIFY(done);
+            if (done->error() == NoError) {
+                acknowledged.append(done->guid());
+                afterKill += i > 10;
+            }
+        }
+        // The balancer runs on this thread: wait with its events running.
+        QTRY_VERIFY_WITH_TIMEOUT(client->IsConnected(), Timeout);
+    }
+    QVERIFY(afterKill >= 10);
+    const auto checker = connectClient(second.port(), QStringLiteral("bob"));
+    QVERIFY(checker);
+    for (const QString &guid : std::as_const(acknowledged))
+        QVERIFY2(finished(checker->CheckFileGroupExistsRequest(guid))->exists(), qPrintable(guid));
     QVERIFY(second.stop());
 }
 
