@@ -183,8 +183,7 @@ public:
             m_servers.push_back(std::make_unique<QProcess>());
             // The audit trail, a line for every change, goes to a file: on the terminal it would cost more than
             // the server's own work.
-            m_servers.back()->setStandardErrorFile(logFile(i));
-            m_ports.push_back(startServer(*m_servers.back(), m_store.path(), arguments));
+            m_ports.push_back(startServer(*m_servers.back(), m_store.path(), arguments, logFile(i)));
         }
     }
     ~ServerGroup()
