@@ -102,17 +102,19 @@ public:
 
     /*!
      * Runs one cycle on a new group, adding each request's latency (µs) to \a samples; false when a request
-     * failed. The file is put into place before the AddFile is timed.
+     * failed or the query did not find the group. The file is put into place before the AddFile is timed.
      */
     bool cycle(std::vector<double> *samples)
     {
         const QByteArray guid = QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
         for (size_t step = 0; step < m_frames.size(); ++step) {
-            if (step == 1 && !placeFile(m_data + QLatin1Char('/') + QLatin1String(guid), QLatin1String(s_fileName)))
+            if (step == s_addFileStep
+                && !placeFile(m_data + QLatin1Char('/') + QLatin1String(guid), QLatin1String(s_fileName)))
                 return false;
             const QByteArray frame = QByteArray(m_frames[step]).replace(s_guidPlaceholder, guid);
             const auto start = Clock::now();
-            if (!m_client.call(frame) || !succeeded(m_client.reply())) {
+            if (!m_client.call(frame) || !succeeded(m_client.reply())
+                || (step == s_queryStep && !m_client.reply().contains(guid))) {
                 std::fprintf(stderr, "bench_scale: request %zu of a cycle failed: %s\n", step + 1,
                              m_client.reply().left(1000).constData());
                 return false;
@@ -124,6 +126,8 @@ public:
 
 private:
     static constexpr char s_fileName[] = "frame.png";
+    static constexpr size_t s_addFileStep = 1; // the places of AddFile and QueryFileGroups in m_frames
+    static constexpr size_t s_queryStep = 3;
     RawClient m_client;
     const QString m_data;
     std::vector<QByteArray> m_frames;
