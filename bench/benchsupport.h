@@ -34,10 +34,17 @@ inline bool placeFile(const QString &directory, const QString &name)
 }
 
 #ifdef KAVRO_SERVER_BINARY
-//! Starts kavro-server on \a store and a free loopback port, with the further \a arguments; the port, or 0.
-inline quint16 startServer(QProcess &server, const QString &store, const QStringList &arguments = {})
+/*!
+ * Starts kavro-server on \a store and a free loopback port, with the further \a arguments; the port, or 0. Its log
+ * goes to \a logFile, else to this process's stderr.
+ */
+inline quint16 startServer(QProcess &server, const QString &store, const QStringList &arguments = {},
+                           const QString &logFile = QString())
 {
-    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    if (logFile.isEmpty())
+        server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    else
+        server.setStandardErrorFile(logFile);
     server.start(
         QStringLiteral(KAVRO_SERVER_BINARY),
         QStringList{QStringLiteral("--store"), store, QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")}

@@ -10,6 +10,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 //! \a document with the 4-byte little-endian length prefix the server reads.
@@ -37,6 +38,9 @@ public:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         const int on = 1;
         ::setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        // A server that stops answering fails the call instead of holding the benchmark for ever.
+        const timeval timeout = {60, 0};
+        ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
         m_connected = ::connect(m_fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
     }
     ~RawClient() { ::close(m_fd); }

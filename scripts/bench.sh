@@ -7,7 +7,9 @@ set -euo pipefail
 build_dir=${1:-build}
 results=bench/results.json
 lines=$(mktemp)
-trap 'rm -f "$lines"' EXIT
+postgresql_state=$(mktemp -u)
+# The PostgreSQL cluster bench_scale uses goes whatever happens ("stop" does nothing when none was started).
+trap 'rm -f "$lines"; bash scripts/test-postgresql.sh stop "$postgresql_state"' EXIT
 
 run() {
     "$@" | tee /dev/stderr | grep '^{' >> "$lines" || true
@@ -25,6 +27,12 @@ run "$build_dir/bench/bench_largereply"
 echo
 echo "== kavro-server on 100,000 file groups: queries (against the store's own query), writes from 8 connections (against 1)"
 run "$build_dir/bench/bench_server"
+echo
+echo "== kavro-server under 1, 10 and 50 clients at once: SQLite, PostgreSQL, two servers on one PostgreSQL database"
+if bash scripts/test-postgresql.sh start "$postgresql_state"; then
+    export KAVRO_TEST_POSTGRESQL=$postgresql_state
+fi
+run "$build_dir/bench/bench_scale"
 echo
 echo "== The SOAP-over-HTTP peer: blocking GetUserList through KDSoap (Qt 5), as shipped and with TCP_NODELAY"
 if [ "$(dpkg-query -W -f='${db:Status-Status}' libkdsoap-dev 2>/dev/null || true)" = "installed" ]; then
