@@ -9,6 +9,8 @@
 
 #include <kavro/kavroerrorstring.h>
 
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSocketNotifier>
 #include <QSslSocket>
 #include <QThread>
@@ -34,6 +36,8 @@ constexpr int s_acceptBatch = 64;
 // How often a server says that it is alive, and for how long each time: a server silent for longer is gone.
 constexpr int s_heartbeatMs = 5000;
 constexpr qint64 s_aliveForMs = 20000;
+// Where servers tell each other of conversions for converters connected to them.
+const QString s_conversionChannel = QStringLiteral("kavro_conversions");
 
 /*!
  * The store of the calling worker thread for \a database, opened on first use and kept for the thread's life:
@@ -110,6 +114,13 @@ bool ArchiveServer::open(const QString &storeDirectory, const QString &archiveRo
         return false;
     beat(store);
     m_heartbeat.start();
+    // A connection of its own on this thread hears what other servers ask of this one's converters.
+    m_notifications = std::make_unique<ArchiveStore>();
+    if (!m_notifications->open(m_paths.database, nullptr, ArchiveStore::Schema::AsItIs)
+        || !m_notifications->listen(s_conversionChannel, [this](const QString &payload) {
+               conversionNotified(payload);
+           }))
+        m_notifications.reset();
     return true;
 }
 
@@ -178,6 +189,7 @@ void ArchiveServer::close()
         connection->close();
     const bool opened = m_heartbeat.isActive();
     m_heartbeat.stop();
+    m_notifications.reset();
     m_requests.waitForDone();
     m_transfers.waitForDone();
     // Gone, not silent: the others need not wait for this server's heartbeat to lapse.
@@ -215,8 +227,6 @@ void ArchiveServer::acceptConnections()
         const ConnectionId id = ++m_lastConnectionId;
         auto *connection = new ServerConnection(socket, this, id, m_limits);
         m_connections.insert(id, connection);
-        const QMutexLocker locker(&m_convertersMutex);
-        m_peers.insert(id, connection->peer());
     }
 }
 
@@ -243,12 +253,17 @@ void ArchiveServer::connectionClosed(ServerConnection *connection)
     holdMemory(connection, 0);
     m_heldMemory.remove(id);
     m_waitingForMemory.removeAll(id);
+    bool converter = false;
     {
         const QMutexLocker locker(&m_convertersMutex);
-        m_converters.removeIf([id](const Converter &converter) {
-            return converter.connection == id;
+        converter = m_converters.remove(id);
+    }
+    if (converter) {
+        m_requests.start([this, id] {
+            QString error;
+            if (ArchiveStore *store = threadStore(m_paths.database, &error))
+                store->dropConverters({m_serverId, id});
         });
-        m_peers.remove(id);
     }
     connection->deleteLater();
 }
@@ -332,60 +347,55 @@ void ArchiveServer::sendTo(ConnectionId id, const QByteArray &document)
     });
 }
 
-void ArchiveServer::registerConverter(const Caller &caller, const QString &converterId, const QList<FileType> &types)
+void ArchiveServer::converterRegistered(ConnectionId origin)
 {
     const QMutexLocker locker(&m_convertersMutex);
-    m_converters.removeIf([origin = caller.connection](const Converter &converter) {
-        return converter.connection == origin;
-    });
-    m_converters.append({caller.connection, types});
-    logLine(QStringLiteral("%1: converter %2 registered by %3")
-                .arg(caller.peer, converterId,
-                     caller.user.isEmpty() ? QStringLiteral("an unauthenticated client") : caller.user));
+    m_converters.insert(origin);
 }
 
-bool ArchiveServer::hasConverter(FileType type) const
+QByteArray ArchiveServer::conversionRequest(const QString &guid, FileType type, const QString &path) const
 {
-    const QMutexLocker locker(&m_convertersMutex);
-    return std::any_of(m_converters.begin(), m_converters.end(), [type](const Converter &converter) {
-        return converter.types.contains(type);
-    });
-}
-
-void ArchiveServer::requestConversion(const QString &guid, FileType type, const QString &path)
-{
-    ConnectionId converter = 0;
-    {
-        const QMutexLocker locker(&m_convertersMutex);
-        const auto found = std::find_if(m_converters.begin(), m_converters.end(), [type](const Converter &c) {
-            return c.types.contains(type);
-        });
-        if (found == m_converters.end())
-            return;
-        converter = found->connection;
-        m_conversionsAsked.insert(guid, converter);
-    }
     SoapMessage request;
     request.element = QStringLiteral("ConvertFileGroup");
     request.requestId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     request.values.insert(QStringLiteral("Guid"), guid);
     request.setNumber(QStringLiteral("FileType"), type);
     request.values.insert(QStringLiteral("Path"), path);
-    sendTo(converter, framed(request));
+    return framed(request);
 }
 
-bool ArchiveServer::answersConversion(ConnectionId origin, const QString &guid, bool finished)
+// Our own converter is sent the request at once; another server's hears of it through the database.
+void ArchiveServer::requestConversion(const ConverterAddress &converter, const QString &guid, FileType type,
+                                      const QString &path)
 {
-    const QMutexLocker locker(&m_convertersMutex);
-    const auto asked = m_conversionsAsked.constFind(guid);
-    if (asked == m_conversionsAsked.constEnd() || *asked != origin) {
-        logLine(QStringLiteral("%1: ignored an answer to a conversion of %2 that it was not asked for")
-                    .arg(m_peers.value(origin), guid));
-        return false;
+    if (converter.server == m_serverId) {
+        sendTo(converter.connection, conversionRequest(guid, type, path));
+        return;
     }
-    if (finished)
-        m_conversionsAsked.erase(asked);
-    return true;
+    const QByteArray payload =
+        QJsonDocument(QJsonObject{{QStringLiteral("server"), converter.server},
+                                  {QStringLiteral("connection"), QString::number(converter.connection)},
+                                  {QStringLiteral("guid"), guid},
+                                  {QStringLiteral("type"), int(type)},
+                                  {QStringLiteral("path"), path}})
+            .toJson(QJsonDocument::Compact);
+    QString error;
+    ArchiveStore *store = threadStore(m_paths.database, &error);
+    if (!store || store->inTransaction([&] {
+            return store->notify(s_conversionChannel, QString::fromUtf8(payload)) ? NoError : ErrorUnknown;
+        }) != NoError)
+        logLine(QStringLiteral("cannot ask another server's converter to convert %1").arg(guid));
+}
+
+void ArchiveServer::conversionNotified(const QString &payload)
+{
+    const QJsonObject request = QJsonDocument::fromJson(payload.toUtf8()).object();
+    if (request.value(QStringLiteral("server")).toString() != m_serverId)
+        return;
+    sendTo(request.value(QStringLiteral("connection")).toString().toULongLong(),
+           conversionRequest(request.value(QStringLiteral("guid")).toString(),
+                             static_cast<FileType>(request.value(QStringLiteral("type")).toInt()),
+                             request.value(QStringLiteral("path")).toString()));
 }
 
 void ArchiveServer::startMove(ConnectionId origin, const QString &requestId, const QString &guid)

@@ -12,6 +12,7 @@
 #include <QHostAddress>
 #include <QMutex>
 #include <QObject>
+#include <QSet>
 #include <QSocketNotifier>
 #include <QSslConfiguration>
 #include <QTcpServer>
@@ -19,11 +20,13 @@
 #include <QTimer>
 
 #include <atomic>
+#include <memory>
 #include <optional>
 
 namespace Kavro::Server
 {
 
+class ArchiveStore;
 class ServerConnection;
 
 /*!
@@ -99,15 +102,17 @@ private:
     bool holdMemory(ServerConnection *connection, qint64 bytes);
 
     // ServerEvents, called from worker threads
-    void registerConverter(const Caller &caller, const QString &converterId, const QList<FileType> &types) override;
-    bool hasConverter(FileType type) const override;
-    void requestConversion(const QString &guid, FileType type, const QString &path) override;
-    bool answersConversion(ConnectionId origin, const QString &guid, bool finished) override;
+    void converterRegistered(ConnectionId origin) override;
+    void requestConversion(const ConverterAddress &converter, const QString &guid, FileType type,
+                           const QString &path) override;
     void startMove(ConnectionId origin, const QString &requestId, const QString &guid) override;
     QString serverId() const override { return m_serverId; }
 
     //! Says in the database that this server is alive, and puts back the moves of servers that are gone.
     void beat(ArchiveStore &store);
+    //! A conversion request another server of the archive sent through the database, for one of ours.
+    void conversionNotified(const QString &payload);
+    QByteArray conversionRequest(const QString &guid, FileType type, const QString &path) const;
 
     const QString m_serverId;
     QTimer m_heartbeat;
@@ -132,14 +137,10 @@ private:
     qint64 m_totalHeld = 0;
     QList<ConnectionId> m_waitingForMemory;
 
-    struct Converter {
-        ConnectionId connection;
-        QList<FileType> types;
-    };
     mutable QMutex m_convertersMutex;
-    QList<Converter> m_converters;
-    QHash<QString, ConnectionId> m_conversionsAsked; // guid: the converter asked
-    QHash<ConnectionId, QString> m_peers; // of converters, for the log
+    QSet<ConnectionId> m_converters; // the connections registered as converters
+    // Hears the other servers' conversion requests, where the database carries notifications.
+    std::unique_ptr<ArchiveStore> m_notifications;
 };
 
 } // namespace Kavro::Server

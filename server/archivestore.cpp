@@ -7,6 +7,7 @@
 #include <kavro/filequery.h>
 
 #include <QSqlDatabase>
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QUrl>
@@ -97,6 +98,12 @@ const char *const s_schemaStep3[] = {
     "CREATE TABLE moves ("
     " guid VARCHAR(255) NOT NULL PRIMARY KEY REFERENCES file_groups (guid) ON DELETE CASCADE,"
     " server_id VARCHAR(64) NOT NULL)",
+    "CREATE TABLE converters ("
+    " server_id VARCHAR(64) NOT NULL, connection_id BIGINT NOT NULL, file_type INTEGER NOT NULL,"
+    " PRIMARY KEY (server_id, connection_id, file_type))",
+    "CREATE TABLE conversions ("
+    " guid VARCHAR(255) NOT NULL PRIMARY KEY REFERENCES file_groups (guid) ON DELETE CASCADE,"
+    " server_id VARCHAR(64) NOT NULL, connection_id BIGINT NOT NULL)",
 };
 
 struct MigrationStep {
@@ -116,6 +123,9 @@ struct Dialect {
     const char *lockRow;
     //! Lets a migration step change keys that others refer to, checked when the step ends; null where none is.
     const char *deferForeignKeys;
+    //! Sends a payload (the second value) to the connections listening on a channel (the first) once the
+    //! transaction commits; null where the database has no such notifications.
+    const char *notify = nullptr;
 };
 
 const Dialect s_sqlite{
@@ -128,8 +138,13 @@ const Dialect s_sqlite{
     "BEGIN IMMEDIATE",
     "",
     "PRAGMA defer_foreign_keys=ON"};
-const Dialect s_postgresql{
-    "QPSQL", {"SET client_min_messages TO WARNING"}, "BEGIN TRANSACTION READ ONLY", "BEGIN", " FOR UPDATE", nullptr};
+const Dialect s_postgresql{"QPSQL",
+                           {"SET client_min_messages TO WARNING"},
+                           "BEGIN TRANSACTION READ ONLY",
+                           "BEGIN",
+                           " FOR UPDATE",
+                           nullptr,
+                           "SELECT pg_notify(?, ?)"};
 
 // Step n brings a database of version n - 1 to version n.
 const MigrationStep s_migrationSteps[] = {
@@ -788,9 +803,103 @@ void ArchiveStore::forgetServer(const QString &server)
 {
     d->transaction([&] {
         QSqlQuery query(d->db);
-        return d->run(query, QStringLiteral("DELETE FROM servers WHERE id = ?"), {server}) ? NoError
-                                                                                           : ErrorUpdateFileGroupInDb;
+        return d->run(query, QStringLiteral("DELETE FROM servers WHERE id = ?"), {server})
+                && d->run(query, QStringLiteral("DELETE FROM converters WHERE server_id = ?"), {server})
+            ? NoError
+            : ErrorUpdateFileGroupInDb;
     });
+}
+
+KavroError ArchiveStore::registerConverter(const ConverterAddress &at, const QList<FileType> &types)
+{
+    return d->transaction([&] {
+        QSqlQuery query(d->db);
+        if (!d->run(query, QStringLiteral("DELETE FROM converters WHERE server_id = ? AND connection_id = ?"),
+                    {at.server, qint64(at.connection)}))
+            return ErrorUnknown;
+        for (const FileType type : types) {
+            if (!d->run(query,
+                        QStringLiteral("INSERT INTO converters (server_id, connection_id, file_type) VALUES (?, ?, ?)"),
+                        {at.server, qint64(at.connection), int(type)}))
+                return ErrorUnknown;
+        }
+        return NoError;
+    });
+}
+
+void ArchiveStore::dropConverters(const ConverterAddress &at)
+{
+    d->transaction([&] {
+        QSqlQuery query(d->db);
+        return d->run(query, QStringLiteral("DELETE FROM converters WHERE server_id = ? AND connection_id = ?"),
+                      {at.server, qint64(at.connection)})
+            ? NoError
+            : ErrorUnknown;
+    });
+}
+
+// A converter of this server first; another live server's only where a notification can reach it.
+std::optional<ConverterAddress> ArchiveStore::converterFor(FileType type, const QString &server, qint64 now)
+{
+    QSqlQuery query(d->db);
+    const bool others = d->dialect->notify != nullptr;
+    if (!d->run(
+            query,
+            QStringLiteral("SELECT c.server_id, c.connection_id FROM converters c JOIN servers s ON s.id = c.server_id"
+                           " WHERE c.file_type = ? AND (c.server_id = ? OR (? = 1 AND s.alive_until >= ?))"
+                           " ORDER BY CASE WHEN c.server_id = ? THEN 0 ELSE 1 END, c.connection_id"),
+            {int(type), server, others ? 1 : 0, now, server})
+        || !query.next())
+        return std::nullopt;
+    return ConverterAddress{query.value(0).toString(), quint64(query.value(1).toLongLong())};
+}
+
+KavroError ArchiveStore::askConversion(const QString &guid, const ConverterAddress &at)
+{
+    return d->onGroup(guid, [&] {
+        QSqlQuery query(d->db);
+        return d->run(query, QStringLiteral("DELETE FROM conversions WHERE guid = ?"), {guid})
+                && d->run(query,
+                          QStringLiteral("INSERT INTO conversions (guid, server_id, connection_id) VALUES (?, ?, ?)"),
+                          {guid, at.server, qint64(at.connection)})
+            ? NoError
+            : ErrorUpdateFileGroupInDb;
+    });
+}
+
+bool ArchiveStore::answersConversion(const QString &guid, const ConverterAddress &at, bool finished)
+{
+    QSqlQuery query(d->db);
+    const QVariantList key{guid, at.server, qint64(at.connection)};
+    if (!d->run(query,
+                QStringLiteral("SELECT 1 FROM conversions WHERE guid = ? AND server_id = ? AND connection_id = ?"), key)
+        || !query.next())
+        return false;
+    return !finished
+        || d->run(query,
+                  QStringLiteral("DELETE FROM conversions WHERE guid = ? AND server_id = ? AND connection_id = ?"),
+                  key);
+}
+
+bool ArchiveStore::notify(const QString &channel, const QString &payload)
+{
+    if (!d->dialect->notify)
+        return false;
+    QSqlQuery query(d->db);
+    return d->run(query, QLatin1String(d->dialect->notify), {channel, payload});
+}
+
+bool ArchiveStore::listen(const QString &channel, const std::function<void(const QString &)> &received)
+{
+    QSqlDriver *driver = d->db.driver();
+    if (!d->dialect->notify || !driver->subscribeToNotification(channel))
+        return false;
+    QObject::connect(driver, &QSqlDriver::notification, driver,
+                     [channel, received](const QString &name, QSqlDriver::NotificationSource, const QVariant &payload) {
+                         if (name == channel)
+                             received(payload.toString());
+                     });
+    return true;
 }
 
 QList<FileGroupData> ArchiveStore::allFileGroups()

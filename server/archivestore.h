@@ -20,6 +20,12 @@ class FileQuery;
 namespace Server
 {
 
+//! A converter: a connection to one of the servers of the archive.
+struct ConverterAddress {
+    QString server;
+    quint64 connection = 0;
+};
+
 //! One registered file of a group.
 struct StoredFile {
     quint32 id = 0;
@@ -108,8 +114,34 @@ public:
 
     //! Records that \a server is alive until \a aliveUntil (milliseconds since the epoch).
     KavroError beat(const QString &server, qint64 aliveUntil);
-    //! Forgets \a server, which stops.
+    //! Forgets \a server, which stops, with its converters.
     void forgetServer(const QString &server);
+
+    // Converters, of every server of the archive.
+
+    //! Records the converter \a at for \a types, in place of what it registered before.
+    KavroError registerConverter(const ConverterAddress &at, const QList<FileType> &types);
+    //! Forgets the converter \a at: its connection is gone.
+    void dropConverters(const ConverterAddress &at);
+    /*!
+     * A converter of \a type: one of \a server's own if there is one, else,
+     * where notifications reach other servers, one of a server alive at
+     * \a now (milliseconds since the epoch); none when there is none.
+     */
+    std::optional<ConverterAddress> converterFor(FileType type, const QString &server, qint64 now);
+    //! Records that the converter \a at is asked to convert \a guid.
+    KavroError askConversion(const QString &guid, const ConverterAddress &at);
+    //! True when the converter \a at was asked to convert \a guid; when \a finished, the request is forgotten.
+    bool answersConversion(const QString &guid, const ConverterAddress &at, bool finished);
+
+    /*!
+     * Sends \a payload to the connections that listen() on \a channel, once
+     * the transaction commits; false where the database has no notifications
+     * (SQLite: one server alone uses it).
+     */
+    bool notify(const QString &channel, const QString &payload);
+    //! Calls \a received, on this store's thread, with every payload notified on \a channel; false where none can be.
+    bool listen(const QString &channel, const std::function<void(const QString &)> &received);
     //! Every record with its files, for checking the store against the database.
     QList<FileGroupData> allFileGroups();
 

@@ -219,7 +219,7 @@ const QHash<QString, RequestHandler::Command> &RequestHandler::commands()
         {QStringLiteral("QueryFileGroups"), {&H::queryFileGroups, Command::Read}},
         {QStringLiteral("ExportArchive"), {&H::exportArchive, Command::Own}},
         {QStringLiteral("ImportArchive"), {&H::importArchive, Command::Own}},
-        {QStringLiteral("RegisterConverter"), {&H::registerConverter, Command::Read}},
+        {QStringLiteral("RegisterConverter"), {&H::registerConverter, Command::Write}},
         {QStringLiteral("ConvertFileGroupReply"), {&H::convertFileGroupAnswered, Command::Write}},
     };
     return table;
@@ -498,10 +498,15 @@ KavroError RequestHandler::addFile(Request &request)
     error = m_store.addFile(group.getGuid(), name, id, &id);
     request.out.setNumber(QStringLiteral("FileId"), id);
     // A group of a type some converter handles waits for it from its first file on.
-    if (error == NoError && m_events && group.getFileList().isEmpty() && m_events->hasConverter(group.getFileType())) {
+    const std::optional<ConverterAddress> converter = error == NoError && m_events && group.getFileList().isEmpty()
+        ? m_store.converterFor(group.getFileType(), m_events->serverId(), QDateTime::currentMSecsSinceEpoch())
+        : std::nullopt;
+    if (converter) {
         error = m_store.setLocationState(group.getGuid(), LocationCentralNotConverted, 0);
-        request.committed.append([events = m_events, group] {
-            events->requestConversion(group.getGuid(), group.getFileType(), group.getPath());
+        if (error == NoError)
+            error = m_store.askConversion(group.getGuid(), *converter);
+        request.committed.append([events = m_events, converter = *converter, group] {
+            events->requestConversion(converter, group.getGuid(), group.getFileType(), group.getPath());
         });
     }
     return error;
@@ -657,10 +662,18 @@ KavroError RequestHandler::importArchive(Request &request)
 
 KavroError RequestHandler::registerConverter(Request &request)
 {
-    if (m_events)
-        m_events->registerConverter(request.caller, request.text("ConverterId"),
-                                    fileTypes(request.in.lists.value(QStringLiteral("FileType"))));
-    return NoError;
+    if (!m_events)
+        return NoError;
+    const KavroError error = m_store.registerConverter({m_events->serverId(), request.caller.connection},
+                                                       fileTypes(request.in.lists.value(QStringLiteral("FileType"))));
+    if (error == NoError) {
+        m_events->converterRegistered(request.caller.connection);
+        logLine(QStringLiteral("%1: converter %2 registered by %3")
+                    .arg(request.caller.peer, request.text("ConverterId"),
+                         request.caller.user.isEmpty() ? QStringLiteral("an unauthenticated client")
+                                                       : request.caller.user));
+    }
+    return error;
 }
 
 // Only the converter that was asked may answer, and only while the group waits for it.
@@ -668,9 +681,13 @@ KavroError RequestHandler::convertFileGroupAnswered(Request &request)
 {
     const bool converted = request.in.error == NoError;
     LocationState state = LocationUndefined;
-    if (!m_events || !m_events->answersConversion(request.caller.connection, request.guid(), converted)
-        || m_store.locationState(request.guid(), &state, nullptr) != NoError || state != LocationCentralNotConverted)
+    if (!m_events || m_store.locationState(request.guid(), &state, nullptr) != NoError
+        || state != LocationCentralNotConverted
+        || !m_store.answersConversion(request.guid(), {m_events->serverId(), request.caller.connection}, converted)) {
+        logLine(QStringLiteral("%1: ignored an answer to a conversion of %2 that it was not asked for")
+                    .arg(request.caller.peer, request.guid()));
         return ErrorNoWritePermission;
+    }
     // After an error the group stays waiting for its conversion.
     return converted ? m_store.setLocationState(request.guid(), LocationCentral, 100) : NoError;
 }

@@ -15,6 +15,7 @@ namespace Kavro::Server
 {
 
 class ArchiveStore;
+struct ConverterAddress;
 struct StorePaths;
 
 //! Names a connection to the server for as long as it lives; 0 names none.
@@ -39,18 +40,14 @@ class ServerEvents
 {
 public:
     virtual ~ServerEvents() = default;
-    virtual void registerConverter(const Caller &caller, const QString &converterId, const QList<FileType> &types) = 0;
-    virtual bool hasConverter(FileType type) const = 0;
-    //! Sends "ConvertFileGroup" to a converter of \a type, which alone may answer it.
-    virtual void requestConversion(const QString &guid, FileType type, const QString &path) = 0;
-    /*!
-     * True when \a origin is the converter that was asked to convert \a guid;
-     * when \a finished, that request is forgotten. A false answer is logged.
-     */
-    virtual bool answersConversion(ConnectionId origin, const QString &guid, bool finished) = 0;
+    //! The connection \a origin registered as a converter: its registration goes when it does.
+    virtual void converterRegistered(ConnectionId origin) = 0;
+    //! Sends "ConvertFileGroup" to \a converter, of this server or another one of the archive.
+    virtual void requestConversion(const ConverterAddress &converter, const QString &guid, FileType type,
+                                   const QString &path) = 0;
     //! Starts copying a group to network storage; progress goes to \a origin under \a requestId.
     virtual void startMove(ConnectionId origin, const QString &requestId, const QString &guid) = 0;
-    //! Names this server among those that share the archive: its moves are claimed under it.
+    //! Names this server among those that share the archive: its moves and converters are recorded under it.
     virtual QString serverId() const = 0;
 };
 

@@ -151,6 +151,7 @@ private Q_SLOTS:
     void queries_data();
     void queries();
     void exportAndImport();
+    void converter_data();
     void converter();
     void listsDuringLargeExport();
     void moveToNas();
@@ -573,10 +574,23 @@ void tst_KavroServer::exportAndImport()
     QVERIFY(second.stop());
 }
 
+void tst_KavroServer::converter_data()
+{
+    QTest::addColumn<bool>("otherServer"); // the converter connected to another server of the archive
+    QTest::newRow("converter on the same server") << false;
+    QTest::newRow("converter on another server") << true;
+}
+
 void tst_KavroServer::converter()
 {
+    QFETCH(bool, otherServer);
+    if (otherServer && !qEnvironmentVariableIsSet("KAVRO_TEST_POSTGRESQL"))
+        QSKIP("conversion requests reach other servers through PostgreSQL's notifications");
     QVERIFY(startServer());
-    auto converter = connectClient(m_server->port(), QStringLiteral("conv"), QStringLiteral("converter"));
+    ServerProcess second;
+    QVERIFY(!otherServer || second.start(m_store->path()));
+    auto converter = connectClient(otherServer ? second.port() : m_server->port(), QStringLiteral("conv"),
+                                   QStringLiteral("converter"));
     const auto producer = connectClient(m_server->port(), QStringLiteral("alice"));
     QVERIFY(converter && producer);
     QCOMPARE(answerError(*converter, &KavroClient::RegisterConverterSg,
